@@ -1,0 +1,9 @@
+// Pinning of memory that real-time code touches, so that it is never paged out.
+// mlock/munlock on POSIX, VirtualLock/VirtualUnlock on Windows. Answers whether it worked;
+// failure (limits, permissions) is reported to the caller and is never fatal.
+#pragma once
+
+#include <cstddef>
+
+bool PSUtil_VMLock(const void* iP, size_t iSize);
+bool PSUtil_VMUnlock(const void* iP, size_t iSize);

@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Installs what the build needs from Debian's packages; does nothing when all is there.
+set -euo pipefail
+packages=(g++ cmake make libboost-dev libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev libasound2-dev)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
+fi

@@ -1,0 +1,28 @@
+// Counts heap allocations (every form of the global operator new, replaced for all tests)
+// made on the current thread while a scope is open. Real-time paths prove with it that they
+// allocate nothing:
+//     AllocCounter counter;
+//     ...real-time work...
+//     EXPECT_EQ(counter.Count(), 0);
+// Counting is per thread, so work on other threads (a test runner, a deleter) does not count.
+#pragma once
+
+#include <cstddef>
+
+class AllocCounter {
+public:
+    AllocCounter();
+    ~AllocCounter();
+    AllocCounter(const AllocCounter&) = delete;
+    AllocCounter& operator=(const AllocCounter&) = delete;
+
+    // Allocations made on this thread since construction (or the last Reset).
+    size_t Count() const;
+    void Reset();
+
+private:
+    size_t mStart;
+};
+
+// Allocations made on this thread since it started (for tests of the counter itself).
+size_t AllocCounterThreadTotal();
