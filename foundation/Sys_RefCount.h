@@ -2,10 +2,17 @@
 // Cmn_RefCountObject: plain (non-atomic) count for single-thread objects.
 // Sys_ThreadSafeRefCountObject and Sys_AtomicInt32: atomic counts for objects that cross threads.
 // Sys_DelayedDeletionObject: DelayedDelete() queues the object for destruction later on a
-//   non-real-time thread; the call takes no lock and allocates nothing (the queue is intrusive
-//   and lock-free). The objects are destroyed by DrainDelayedDeletions() (a host's housekeeping
-//   call) or by the deleter thread that StartDeleterThread() runs; queued objects left at exit
-//   are destroyed then.
+//   non-real-time thread. Thread contract:
+//   - DelayedDelete may be called from any thread, real-time ones included: it takes no lock,
+//     allocates nothing and never waits (the queue is an intrusive lock-free stack threaded
+//     through the object itself). The caller gives up the object: it must be heap-allocated
+//     with new, queued once, and not touched afterwards.
+//   - Queued objects are destroyed by DrainDelayedDeletions() (a host's housekeeping call, on a
+//     non-real-time thread) or by the deleter thread that StartDeleterThread() runs. Both may
+//     run at once; each object is destroyed exactly once. Destructors run on the draining
+//     thread, in no promised order, and may themselves queue further objects.
+//   - Objects still queued when the process exits are destroyed then (after the deleter thread
+//     is stopped), so nothing queued leaks.
 #pragma once
 
 #include <atomic>

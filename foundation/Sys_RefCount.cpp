@@ -1,0 +1,96 @@
+#include "Sys_RefCount.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace {
+// The queue: a lock-free stack of objects linked through mNextDeletionP. Producers push with
+// a CAS; the drainer takes the whole stack with one exchange, so no node is ever popped
+// individually and the ABA problem of a Treiber pop cannot arise.
+constinit std::atomic<Sys_DelayedDeletionObject*> sQueueHead{nullptr};
+constinit std::atomic<size_t> sPendingCount{0};
+
+// The background drainer. Start/Stop are serialised by mControlMutex; the thread sleeps on
+// mWakeup so that Stop need not wait out a whole period.
+class DeleterThread {
+public:
+    ~DeleterThread() {
+        // Process exit: stop draining in the background, then destroy what is left.
+        Stop();
+        Sys_DelayedDeletionObject::DrainDelayedDeletions();
+    }
+
+    void Start(int iPeriodMs) {
+        std::lock_guard control(mControlMutex);
+        if (mThread.joinable()) return;
+        {
+            std::lock_guard lock(mMutex);
+            mStopRequested = false;
+        }
+        const auto period = std::chrono::milliseconds(iPeriodMs > 0 ? iPeriodMs : 1);
+        mThread = std::thread([this, period] { Run(period); });
+    }
+
+    void Stop() {
+        std::lock_guard control(mControlMutex);
+        if (!mThread.joinable()) return;
+        {
+            std::lock_guard lock(mMutex);
+            mStopRequested = true;
+        }
+        mWakeup.notify_all();
+        mThread.join();
+        Sys_DelayedDeletionObject::DrainDelayedDeletions();
+    }
+
+private:
+    void Run(std::chrono::milliseconds iPeriod) {
+        std::unique_lock lock(mMutex);
+        while (!mStopRequested) {
+            mWakeup.wait_for(lock, iPeriod, [this] { return mStopRequested; });
+            lock.unlock();
+            Sys_DelayedDeletionObject::DrainDelayedDeletions();
+            lock.lock();
+        }
+    }
+
+    std::mutex mControlMutex;
+    std::mutex mMutex;
+    std::condition_variable mWakeup;
+    bool mStopRequested = false;
+    std::thread mThread;
+};
+
+DeleterThread sDeleter;
+}  // namespace
+
+void Sys_DelayedDeletionObject::DelayedDelete() {
+    sPendingCount.fetch_add(1, std::memory_order_relaxed);
+    Sys_DelayedDeletionObject* head = sQueueHead.load(std::memory_order_relaxed);
+    do {
+        mNextDeletionP = head;
+    } while (!sQueueHead.compare_exchange_weak(head, this, std::memory_order_release, std::memory_order_relaxed));
+}
+
+size_t Sys_DelayedDeletionObject::DrainDelayedDeletions() {
+    size_t destroyed = 0;
+    // Destructors may queue more objects; keep taking the stack until it stays empty.
+    while (Sys_DelayedDeletionObject* objectP = sQueueHead.exchange(nullptr, std::memory_order_acquire)) {
+        while (objectP) {
+            Sys_DelayedDeletionObject* nextP = objectP->mNextDeletionP;
+            delete objectP;
+            sPendingCount.fetch_sub(1, std::memory_order_relaxed);
+            ++destroyed;
+            objectP = nextP;
+        }
+    }
+    return destroyed;
+}
+
+void Sys_DelayedDeletionObject::StartDeleterThread(int iPeriodMs) { sDeleter.Start(iPeriodMs); }
+
+void Sys_DelayedDeletionObject::StopDeleterThread() { sDeleter.Stop(); }
+
+size_t Sys_DelayedDeletionObject::GetPendingCount() { return sPendingCount.load(std::memory_order_relaxed); }
