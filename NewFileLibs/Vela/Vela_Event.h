@@ -219,6 +219,10 @@ protected:
     void LongSysexDestruct();                  // release ours
     // Releases a long sysex held and leaves the null event.
     void MakeNull();
+    // Payload of a sysex message (types 14, 15): the stored bytes between F0 and F7, as the
+    // wire message carries them (type 15: after the first stored byte, stored length - 2 bytes,
+    // never below 0). False, with an empty payload, for every other type.
+    bool GetSysexPayload(const unsigned char*& oDataP, int& oLength) const;
 
     Storage mU;
 
@@ -486,6 +490,10 @@ public:
     bool IsBeginningPacket() const;
     bool IsEndingPacket() const;
     bool IsComplete() const;
+
+private:
+    // The bytes kept raw (type 15: the shared buffer; type 16: inline); empty for other types.
+    void GetRawBytes(const unsigned char*& oDataP, int& oLength) const;
 };
 
 // ---------------------------------------------------------------- view conversions
