@@ -79,10 +79,9 @@ bool Vela_Event::GetSysexPayload(const unsigned char*& oDataP, int& oLength) con
     }
     if (mU.mBase.mType == kLongSysex) {
         const PacketBytes bytes = LongBytes(mU.mLongSysex.mDataP);
-        if (bytes.mLength >= 2) {
-            oDataP = bytes.mDataP + 1;
-            oLength = bytes.mLength - 2;
-        }
+        if (bytes.mLength < 2) return false;
+        oDataP = bytes.mDataP + 1;
+        oLength = bytes.mLength - 2;
         return true;
     }
     return false;

@@ -102,7 +102,13 @@ public:
     // A long sysex whose stored data has at least 2 bytes, F0 first and F7 last.
     bool IsCompleteLongSysex() const;
 
-    // ---- Wire encoding (status bytes for channel 0; no running status).
+    // ---- Wire encoding (status bytes for channel 0; no running status). Allocation-free.
+    // Call GetNumMessages, then per message index GetMessageLength and GetMessageData, or a run of
+    // GetPartialMessageData slices. An index naming no message (not 0 for a single message; beyond
+    // the enabled parts of a program) answers length 0 and writes nothing; a slice of a message
+    // other than sysex is clamped to the end of the message. Types 16 (packet), 17, 18
+    // and codes above 21 have no message form: they assert "0" (type 16 only once a message
+    // is asked for) and write nothing.
     int GetNumMessages() const;
     int GetMessageLength(int iMessageIndex) const;
     void GetMessageData(signed char* oData, int iMessageIndex) const;
@@ -220,8 +226,9 @@ protected:
     // Releases a long sysex held and leaves the null event.
     void MakeNull();
     // Payload of a sysex message (types 14, 15): the stored bytes between F0 and F7, as the
-    // wire message carries them (type 15: after the first stored byte, stored length - 2 bytes,
-    // never below 0). False, with an empty payload, for every other type.
+    // wire message carries them (type 15: the stored length - 2 bytes after the first stored
+    // byte). False, with an empty payload, for every other type and for a long sysex of fewer
+    // than 2 stored bytes (nothing to frame).
     bool GetSysexPayload(const unsigned char*& oDataP, int& oLength) const;
 
     Storage mU;
