@@ -4,6 +4,22 @@
 // Representation: { int64 count; int32 kind; } (16 bytes with padding), copied as raw bytes.
 // Threads: the values are plain data. Time_Globals are set during set-up and read anywhere.
 // Real time: comparison and arithmetic never allocate and never block.
+//
+// Rules between kinds:
+// - Counts live in [kTime_MinCount, kTime_MaxCount] (the range of a 63-bit two's complement
+//   word, so every time fits the saved form below). MinTime(kind) and MaxTime(kind) are those
+//   two ends. A count at or below kTime_MinCount means "before everything" and one at or above
+//   kTime_MaxCount "after everything", whatever its kind: MaxTime of samples equals MaxTime of
+//   ticks and is later than every other time of either kind (MinTime likewise).
+// - Comparisons across kinds are exact: both sides are scaled to a common unit in 128-bit
+//   integers (ticks per sample is kept as a reduced fraction), so nothing is rounded.
+//   At the defaults (120 BPM, 48,000 Hz, 960,000 ticks per quarter) one sample is 40 ticks.
+// - Conversions round to the nearest count, halves upwards (towards later times), so a
+//   conversion commutes with shifting by whole units. Results saturate at Min/MaxTime;
+//   Min/MaxTime convert to Min/MaxTime of the other kind.
+// - Arithmetic keeps the left operand's kind; a right operand of the other kind is converted
+//   first. Results saturate at the ends of the range instead of wrapping; a time at MinTime or
+//   MaxTime stays there when a length is added or subtracted.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +31,9 @@ enum Time_EType : int32_t { kTime_Samples = 0, kTime_Ticks = 1 };
 // Ticks per quarter note of the internal tick grid.
 constexpr int64_t Time_cTicksPerQuarter = 960000;
 constexpr int64_t Time_cDefaultOriginTick = 0;
+// The range of counts every time and length is kept within (see the rules above).
+constexpr int64_t kTime_MaxCount = (int64_t(1) << 62) - 1;
+constexpr int64_t kTime_MinCount = -(int64_t(1) << 62);
 
 struct Time_Tick {
     int64_t mCount = 0;
@@ -43,7 +62,7 @@ public:
     constexpr int64_t AsInt64() const { return mCount; }
     constexpr Time_EType GetType() const { return mType; }
 
-    // Comparisons convert the right side to the left side's kind when the kinds differ.
+    // Comparisons are exact across kinds; arithmetic keeps the left kind and saturates.
     bool operator==(const Time_TypedLength& iOther) const;
     bool operator!=(const Time_TypedLength& iOther) const { return !(*this == iOther); }
     bool operator<(const Time_TypedLength& iOther) const;
@@ -106,15 +125,24 @@ public:
     static Time_TypedLength ToType(const Time_TypedLength& iLength, Time_EType iType);
     // iTime plus a length of any kind, in iTime's kind.
     static Time_Typed AddLength(const Time_Typed& iTime, const Time_TypedLength& iLength);
-    // Widens the tick range [iStart, iEnd) to whole samples: the start moves down to the tick of
-    // the sample that contains it, the end up to the tick of the next whole sample (unless
-    // iEndInclusive, when it moves to the containing sample's tick as well).
+    // Widens the tick range [iStart, iEnd) to whole samples, so that a query over it finds
+    // exactly what a sample-based query would: oStart is the tick of the start of the sample
+    // that contains iStart; oEnd is the tick of the first sample boundary at or after iEnd.
+    // With iEndInclusive the sample that contains iEnd is covered too, so an end lying exactly
+    // on a boundary moves one sample further. Both results are ticks and never narrow the
+    // range; inputs given in samples are taken as their ticks; Min/MaxTime pass through.
     static void MakeTickRangeSampleBased(const Time_Typed& iStart, const Time_Typed& iEnd, bool iEndInclusive,
                                          Time_Typed& oStart, Time_Typed& oEnd);
+    // Snaps a tick count to the nearest point of the coarse grid (halves upwards). The time
+    // form leaves sample times and Min/MaxTime unchanged.
     static void SnapToCoarseInternalTick(int64_t& ioTicks);
     static Time_Typed SnapToCoarseInternalTick(const Time_Typed& iTime);
 };
 
+// The constant tempo and sample rate that relate ticks to samples, and the coarse tick grid.
+// Defaults: 48,000 Hz, 120 BPM, a grid of 9,600 ticks (a hundredth of a quarter note). Rates
+// and tempi are kept to a thousandth; the setters clamp to 1 Hz..1 MHz and 0.001..1000 BPM
+// (asserting) and the grid to at least 1 tick. Set them during set-up only: readers take no lock.
 class Time_Globals {
 public:
     static double GetSampleRate();
@@ -125,14 +153,19 @@ public:
     static void SetCoarseInternalTickGrid(int64_t iTicks);
 };
 
+// Global switch, false by default: when true, objects whose quantize flag is set snap the
+// tick times they compute to the coarse grid. Set during set-up only.
 class TickTimesMatter {
 public:
     static bool Active();
     static void SetActive(bool iActive);
 };
 
-// One 64-bit word that carries a count and its kind on disk. The encoding is documented in
-// Time_Typed.cpp's header comment and round-trips every count of every kind.
+// One 64-bit word that carries a count and its kind on disk. Bit 63 is the kind (0 samples,
+// 1 ticks); bits 0..62 are the count in 63-bit two's complement. Every count in
+// [kTime_MinCount, kTime_MaxCount] of either kind round-trips; counts outside it are saved as
+// the nearest end of the range (they mean "before/after everything" anyway). A sample time
+// that is not negative is saved as its plain count.
 class Time_TypedDefs {
 public:
     static int64_t GetRawDataForSave(int64_t iCount, Time_EType iType);
