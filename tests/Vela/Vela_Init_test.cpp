@@ -1,0 +1,105 @@
+#include "Vela_Init.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Cmn_Assert.h"
+
+TEST(VelaInit, InitAndFreeOnlyToggleTheFlagAndAreIdempotent) {
+    EXPECT_FALSE(Vela_Init::sIsInitialized) << "the flag is false at load";
+    Vela_Init::Init();
+    Vela_Init::Init();
+    EXPECT_TRUE(Vela_Init::sIsInitialized);
+    Vela_Init::Free();
+    EXPECT_FALSE(Vela_Init::sIsInitialized);
+    Vela_Init::Free();
+    EXPECT_FALSE(Vela_Init::sIsInitialized);
+}
+
+TEST(VelaInit, StringTableHoldsEveryTextExactly) {
+    const struct {
+        int mID;
+        const char* mText;
+    } kExpected[] = {
+        {100, "bad data encountered"},
+        {101, "bad data encountered: stream not unique"},
+        {200, "...out of notes in progress..."},
+        {201, "bad subtype encountered"},
+        {202, "bad data encountered"},
+        {203, "sorter full"},
+        {204, "Step Input"},
+        {205, "Step Input: 64th Note"},
+        {206, "Step Input: 32nd Note"},
+        {207, "Step Input: 16th Note"},
+        {208, "Step Input: 8th Note"},
+        {209, "Step Input: Quarter Note"},
+        {210, "Step Input: Half Note"},
+        {211, "Step Input: Whole Note"},
+        {212, "Step Input: Toggle Tuplet"},
+        {213, "Step Input: Toggle Dotted"},
+        {214, "Step Input: Next Step"},
+        {215, "Step Input: Undo Step"},
+        {216, "Step Input: Redo Step"},
+        {300, "The OrbiMIDIService could not be acquired. Please verify OrbiMIDIService is properly installed and "
+              "registered (may require a complete reinstall)."},
+    };
+    for (const auto& entry : kExpected) {
+        EXPECT_STREQ(Vela_GetLocalizedString(entry.mID), entry.mText) << "id " << entry.mID;
+        EXPECT_STREQ(Vela_GetResourceModule().mLookup(entry.mID), entry.mText) << "id " << entry.mID;
+    }
+}
+
+TEST(VelaInit, UnknownIdsAnswerEmptyTextAndTheModuleAnswersNull) {
+    for (int id : {-1, 0, 99, 102, 199, 217, 299, 301, 1000}) {
+        EXPECT_STREQ(Vela_GetLocalizedString(id), "") << "id " << id;
+        EXPECT_EQ(Vela_GetResourceModule().mLookup(id), nullptr) << "id " << id;
+    }
+}
+
+TEST(VelaInit, ThrowLocalizedCarriesIdModuleAndText) {
+    try {
+        Vela_ThrowLocalized(kVelaMsg_StreamNotUnique);
+        FAIL() << "no exception";
+    } catch (const Cmn_LocalizedException& e) {
+        EXPECT_EQ(e.GetMessageID(), 101);
+        EXPECT_EQ(e.GetData().mModuleP, &Vela_GetResourceModule());
+        EXPECT_STREQ(e.what(), "bad data encountered: stream not unique");
+    }
+    // Receivers that only know the foundation's root exception still get the text.
+    try {
+        Vela_ThrowLocalized(203);
+    } catch (const Cmn_Exception& e) {
+        EXPECT_STREQ(e.what(), "sorter full");
+    }
+    // An id outside the table still throws, with an empty text rather than a crash.
+    try {
+        Vela_ThrowLocalized(42);
+    } catch (const Cmn_LocalizedException& e) {
+        EXPECT_EQ(e.GetMessageID(), 42);
+        EXPECT_STREQ(e.what(), "");
+    }
+}
+
+TEST(VelaInit, AllocationTagsAreNamedAfterTheirPools) {
+    EXPECT_STREQ(gVela_NoteInProgressTag.mName, "Mdie_NoteInProgress");
+    EXPECT_STREQ(gVela_SysexDataRTTag.mName, "Mdie_SysexDataRT");
+}
+
+TEST(VelaInit, AssertionReportsConditionMarkerRepositoryPathAndLineAndExecutionGoesOn) {
+    std::vector<std::pair<std::string, int>> reports;
+    auto previous = Cmn_Assert::SetHandler([&](const char* iText, int iLine) { reports.emplace_back(iText, iLine); });
+    int fallback = 0;
+    const int line = __LINE__ + 1;
+    VELA_ASSERT(fallback == 1);
+    fallback = 2;
+    VELA_ASSERT(fallback == 2);  // a holding condition reports nothing
+    Cmn_Assert::SetHandler(std::move(previous));
+
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].first, "fallback == 1@$^$@tests/Vela/Vela_Init_test.cpp");
+    EXPECT_EQ(reports[0].second, line);
+    EXPECT_EQ(fallback, 2);
+}
