@@ -1,0 +1,234 @@
+// Timed events: defaults, equality, playback order, and the "MdTEL" list form.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <vector>
+
+#include "AllocCounter.h"
+#include "Cmn_Exception.h"
+#include "Mdie_TimedEvent.h"
+#include "Sys_TypedStream.h"
+
+namespace {
+
+using ByteVector = std::vector<uint8_t>;
+
+void Append(ByteVector& ioBytes, int64_t iValue, int iSize) {
+    for (int i = 0; i < iSize; ++i) ioBytes.push_back(static_cast<uint8_t>(iValue >> (8 * i)));
+}
+
+void Append(ByteVector& ioBytes, const ByteVector& iMore) { ioBytes.insert(ioBytes.end(), iMore.begin(), iMore.end()); }
+
+// A block as the framing lays it out: tag length, tag, version, body size, body.
+ByteVector Block(const char* iTag, int16_t iVersion, const ByteVector& iBody) {
+    ByteVector bytes;
+    Append(bytes, static_cast<int64_t>(std::strlen(iTag)), 1);
+    bytes.insert(bytes.end(), iTag, iTag + std::strlen(iTag));
+    Append(bytes, iVersion, 2);
+    Append(bytes, static_cast<int64_t>(iBody.size()), 8);
+    Append(bytes, iBody);
+    return bytes;
+}
+
+ByteVector SysexBlock(const ByteVector& iPayload) {
+    ByteVector body;
+    Append(body, 0, 1);
+    Append(body, static_cast<int64_t>(iPayload.size()), 4);
+    Append(body, iPayload);
+    return Block("", 1, body);
+}
+
+ByteVector Payload(size_t iCount, uint8_t iFirst) {
+    ByteVector payload(iCount);
+    for (size_t i = 0; i < iCount; ++i) payload[i] = static_cast<uint8_t>((iFirst + i) & 0x7F);
+    return payload;
+}
+
+Vela_SysexEvent Sysex(const ByteVector& iPayload) { return Vela_SysexEvent(static_cast<int>(iPayload.size()), iPayload.data()); }
+
+Mdie_TimedEvent Note(int64_t iStart, int64_t iLength, Time_EType iType) {
+    return Mdie_TimedEvent(Time_Typed(iStart, iType),
+                           Vela_NoteWithDurationEvent(60, Time_TypedLength(iLength, iType), 100, 0));
+}
+
+ByteVector StreamOut(const Mdie_TimedEventList& iList) {
+    Sys_MemoryOutStream out;
+    iList.StreamOut(out);
+    return out.GetBytes();
+}
+
+// Two timed sysex events, a short one and a long one, and their expected "MdTEL" bytes.
+struct SysexListFixture {
+    ByteVector mShort = Payload(4, 0x7E);
+    ByteVector mLong = Payload(1500, 0);
+    Time_Typed mFirst{480, kTime_Ticks};
+    Time_Typed mSecond{-20, kTime_Samples};
+    Mdie_TimedEventList mList;
+
+    SysexListFixture() {
+        mList.PushBack(Mdie_TimedEvent(mFirst, Sysex(mShort)));
+        mList.PushBack(Mdie_TimedEvent(mSecond, Sysex(mLong)));
+    }
+    ByteVector Expected() const {
+        ByteVector body;
+        Append(body, 2, 4);
+        Append(body, Time_TypedDefs::GetRawDataForSave(mFirst.AsInt64(), mFirst.GetType()), 8);
+        Append(body, SysexBlock(mShort));
+        Append(body, Time_TypedDefs::GetRawDataForSave(mSecond.AsInt64(), mSecond.GetType()), 8);
+        Append(body, SysexBlock(mLong));
+        return Block("MdTEL", 1, body);
+    }
+};
+
+}  // namespace
+
+TEST(TimedEvent, DefaultIsTickZeroWithTheNullEventAndNoSource) {
+    const Mdie_TimedEvent timed;
+    EXPECT_EQ(timed.GetTime().AsInt64(), 0);
+    EXPECT_EQ(timed.GetTime().GetType(), kTime_Ticks);
+    EXPECT_EQ(timed.GetEvent().GetType(), Vela_Event::kNull);
+    EXPECT_TRUE(timed.GetSourceStamp().IsEmpty());
+}
+
+TEST(TimedEvent, EqualityComparesTimeAndEventButNotTheSource) {
+    const Time_Typed t(100, kTime_Ticks);
+    const Mdie_TimedEvent a(t, Vela_NoteOnEvent(60, 100), Mdie_SourceStamp{3, 1});
+    EXPECT_TRUE(a == Mdie_TimedEvent(t, Vela_NoteOnEvent(60, 100)));
+    EXPECT_FALSE(a == Mdie_TimedEvent(Time_Typed(101, kTime_Ticks), Vela_NoteOnEvent(60, 100)));
+    EXPECT_FALSE(a == Mdie_TimedEvent(t, Vela_NoteOnEvent(60, 99)));
+}
+
+TEST(TimedEvent, DurationComesFromNoteBlocksOnly) {
+    const Mdie_TimedEvent note = Note(0, 480, kTime_Ticks);
+    EXPECT_TRUE(note.IsNoteWithDurationEvent());
+    EXPECT_EQ(note.GetDuration(), Time_TypedLength(480, kTime_Ticks));
+
+    const Mdie_TimedEvent add(Time_Typed(), Vela_AddNoteInProgressEvent(60, Time_TypedLength(7, kTime_Samples), 1, 1));
+    EXPECT_FALSE(add.IsNoteWithDurationEvent());
+    EXPECT_EQ(add.GetDuration().AsInt64(), 7);
+
+    const Mdie_TimedEvent sysex(Time_Typed(), Sysex(Payload(30, 0)));
+    EXPECT_EQ(sysex.GetDuration().AsInt64(), 0);
+}
+
+TEST(TimedEvent, AStableSortPlaysOneInstantInPriorityOrder) {
+    const Time_Typed t(1000, kTime_Ticks);
+    const Time_TypedLength len(10, kTime_Ticks);
+    const Vela_Event inOrder[] = {
+        Vela_StartEvent(),           Vela_SongPositionEvent(4),   Vela_ReleaseControllerEvent(1),
+        Vela_ProgramEvent(1, 0),     Vela_ControllerEvent(7, 1),  Vela_PitchBendEvent(5),
+        Vela_MonoPressureEvent(3),   Sysex(Payload(2, 1)),        Vela_NoteOffEvent(60, 0),
+        Vela_NoteOnEvent(60, 100),   Vela_NoteWithDurationEvent(62, len, 90, 0),
+    };
+    // Shuffled; within one priority the insertion order must survive.
+    const int shuffled[] = {9, 2, 7, 0, 10, 4, 6, 1, 8, 3, 5};
+    std::vector<Mdie_TimedEvent> events;
+    for (int index : shuffled) events.emplace_back(t, inOrder[index]);
+    std::stable_sort(events.begin(), events.end(), Mdie_TimedEvent::PlaybackOrdering);
+
+    const int expected[] = {0, 1, 2, 3, 4, 7, 6, 5, 8, 9, 10};  // ties kept in shuffled order
+    ASSERT_EQ(events.size(), std::size(expected));
+    for (size_t i = 0; i < events.size(); ++i) {
+        EXPECT_TRUE(events[i].GetEvent() == inOrder[expected[i]]) << "position " << i;
+    }
+}
+
+TEST(TimedEvent, EarlierTimeWinsOverPriorityAndSortingAllocatesNothing) {
+    const Mdie_TimedEvent lateStart(Time_Typed(2, kTime_Ticks), Vela_StartEvent());
+    const Mdie_TimedEvent earlyNote(Time_Typed(1, kTime_Ticks), Vela_NoteOnEvent(60, 1));
+    EXPECT_TRUE(Mdie_TimedEvent::PlaybackOrdering(earlyNote, lateStart));
+    EXPECT_FALSE(Mdie_TimedEvent::PlaybackOrdering(lateStart, earlyNote));
+    EXPECT_FALSE(Mdie_TimedEvent::PlaybackOrdering(earlyNote, earlyNote));
+
+    std::vector<Mdie_TimedEvent> events;
+    for (int i = 0; i < 64; ++i) {
+        events.emplace_back(Time_Typed((i * 37) % 11, kTime_Ticks),
+                            i % 2 ? Vela_Event(Vela_NoteOffEvent(60, 0)) : Vela_Event(Vela_ControllerEvent(1, 2)));
+    }
+    AllocCounter counter;
+    std::sort(events.begin(), events.end(), Mdie_TimedEvent::PlaybackOrdering);
+    EXPECT_EQ(counter.Count(), 0u);
+    EXPECT_TRUE(std::is_sorted(events.begin(), events.end(), Mdie_TimedEvent::PlaybackOrdering));
+}
+
+TEST(TimedEventList, StreamsAsCountThenTimeAndEventBlockPerEvent) {
+    const SysexListFixture fixture;
+    EXPECT_EQ(StreamOut(fixture.mList), fixture.Expected());
+}
+
+TEST(TimedEventList, RoundTripsTimesAndPayloads) {
+    const SysexListFixture fixture;
+    const ByteVector bytes = StreamOut(fixture.mList);
+    Sys_MemoryInStream in(bytes.data(), bytes.size());
+    Mdie_TimedEventList back;
+    back.PushBack(Note(0, 1, kTime_Ticks));  // replaced, not appended to
+    back.StreamIn(in);
+    ASSERT_EQ(back.GetSize(), 2u);
+    EXPECT_EQ(back[0].GetTime().AsInt64(), 480);
+    EXPECT_EQ(back[0].GetTime().GetType(), kTime_Ticks);
+    EXPECT_EQ(back[1].GetTime().AsInt64(), -20);
+    EXPECT_EQ(back[1].GetTime().GetType(), kTime_Samples);
+    EXPECT_TRUE(back[0] == fixture.mList[0]);
+    EXPECT_EQ(StreamOut(back), bytes);
+}
+
+TEST(TimedEventList, AnEmptyListStreamsACountOfZero) {
+    Mdie_TimedEventList empty;
+    ByteVector body;
+    Append(body, 0, 4);
+    const ByteVector bytes = StreamOut(empty);
+    EXPECT_EQ(bytes, Block("MdTEL", 1, body));
+    Sys_MemoryInStream in(bytes.data(), bytes.size());
+    empty.StreamIn(in);
+    EXPECT_TRUE(empty.IsEmpty());
+}
+
+TEST(TimedEventList, FieldsAppendedByANewerWriterAreSkipped) {
+    ByteVector body;
+    Append(body, 1, 4);
+    Append(body, Time_TypedDefs::GetRawDataForSave(5, kTime_Samples), 8);
+    Append(body, SysexBlock({1, 2}));
+    Append(body, 0x1234, 4);  // a field this reader does not know
+    ByteVector bytes = Block("MdTEL", 1, body);
+    bytes.push_back(0x99);
+    Sys_MemoryInStream in(bytes.data(), bytes.size());
+    Mdie_TimedEventList list;
+    list.StreamIn(in);
+    ASSERT_EQ(list.GetSize(), 1u);
+    EXPECT_EQ(list[0].GetTime(), Time_Typed(5, kTime_Samples));
+    EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size() - 1));
+}
+
+TEST(TimedEventList, EveryTruncationFailsWithAStreamException) {
+    const ByteVector bytes = SysexListFixture().Expected();
+    for (size_t size = 0; size < bytes.size(); ++size) {
+        Sys_MemoryInStream in(bytes.data(), size);
+        Mdie_TimedEventList list;
+        EXPECT_THROW(list.StreamIn(in), Sys_StreamException) << "truncated to " << size;
+    }
+}
+
+TEST(TimedEventList, ImpossibleCountsAreRefusedWithoutReservingForThem) {
+    for (int32_t count : {-1, 0x7FFFFFFF}) {
+        ByteVector body;
+        Append(body, count, 4);
+        const ByteVector bytes = Block("MdTEL", 1, body);
+        Sys_MemoryInStream in(bytes.data(), bytes.size());
+        Mdie_TimedEventList list;
+        EXPECT_THROW(list.StreamIn(in), Sys_StreamException);
+        EXPECT_EQ(list.GetCapacity(), 0u);
+    }
+}
+
+TEST(TimedEventList, LatestNoteOffIsTheLatestEndOfTheNotesWithDuration) {
+    Mdie_TimedEventList list;
+    EXPECT_EQ(list.GetLatestNoteOff(), Time_Typed(0, kTime_Samples));
+    list.PushBack(Note(0, 25, kTime_Samples));
+    list.PushBack(Note(5, 5, kTime_Samples));
+    list.PushBack(Mdie_TimedEvent(Time_Typed(100, kTime_Samples), Vela_NoteOnEvent(60, 100)));
+    const Time_Typed latest = list.GetLatestNoteOff();
+    EXPECT_EQ(latest.AsInt64(), 25);
+    EXPECT_EQ(latest.GetType(), kTime_Samples);
+}
