@@ -1,0 +1,253 @@
+// The event value: byte layout, view bit rules, and the reference rules of shared sysex data.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "AllocCounter.h"
+#include "Mdie_SysexDataBase.h"
+#include "Sys_RefCount.h"
+#include "Vela_Event.h"
+#include "Vela_Init.h"
+
+namespace {
+
+using Raw = std::array<unsigned char, sizeof(Vela_Event)>;
+
+Raw RawBytes(const Vela_Event& iEvent) {
+    Raw raw;
+    std::memcpy(raw.data(), static_cast<const void*>(&iEvent), raw.size());
+    return raw;
+}
+
+template <class T>
+T FieldAt(const Raw& iRaw, size_t iOffset) {
+    T value;
+    std::memcpy(&value, iRaw.data() + iOffset, sizeof(T));
+    return value;
+}
+
+// The shared data object that bytes 8..15 of a long sysex point to.
+Mdie_SysexDataBase* SharedData(const Vela_Event& iEvent) {
+    return FieldAt<Mdie_SysexDataBase*>(RawBytes(iEvent), 8);
+}
+
+std::vector<unsigned char> Payload(size_t iCount) {
+    std::vector<unsigned char> bytes(iCount);
+    for (size_t i = 0; i < iCount; ++i) bytes[i] = static_cast<unsigned char>(i + 1);
+    return bytes;
+}
+
+}  // namespace
+
+TEST(EventLayout, FieldsSitAtTheirFixedBytePositions) {
+    const Raw noteOn = RawBytes(Vela_NoteOnEvent(60, 99));
+    EXPECT_EQ(noteOn[0], Vela_Event::kNoteOn);
+    EXPECT_EQ(noteOn[1], 60);
+    EXPECT_EQ(noteOn[2], 99);
+
+    const Raw program = RawBytes(Vela_ProgramEvent(7, static_cast<int16_t>(0x8123)));
+    EXPECT_EQ(program[1], 7);
+    EXPECT_EQ(FieldAt<uint16_t>(program, 2), 0x8123);
+
+    const Raw note = RawBytes(Vela_PitchToMIDINoteWithDuration(64, Time_TypedLength(1234567890123, kTime_Samples), 90, 40, 0.25f));
+    EXPECT_EQ(note[0], Vela_Event::kPitchToMIDINoteWithDuration);
+    EXPECT_EQ(note[1], 64);
+    EXPECT_EQ(note[2], 90);
+    EXPECT_EQ(note[3], 40);
+    EXPECT_EQ(FieldAt<int64_t>(note, 8), 1234567890123);
+    EXPECT_EQ(FieldAt<int32_t>(note, 16), kTime_Samples);
+    EXPECT_EQ(FieldAt<float>(note, 24), 0.25f);
+
+    EXPECT_EQ(FieldAt<int32_t>(RawBytes(Vela_ReleaseControllerEvent(-70000)), 4), -70000);
+    EXPECT_EQ(FieldAt<int16_t>(RawBytes(Vela_PitchBendEvent(-8192)), 2), -8192);
+    EXPECT_EQ(FieldAt<uint64_t>(RawBytes(Vela_ClipEvent("verse", Time_TypedLength(4800, kTime_Ticks))), 72), 4800u);
+}
+
+TEST(Event, DefaultEventIsNullWithNoMessages) {
+    const Vela_Event event;
+    EXPECT_EQ(event.GetType(), Vela_Event::kNull);
+    EXPECT_EQ(event.GetPlaybackPriority(), 0);
+    EXPECT_EQ(event.GetNumMessages(), 0);
+    EXPECT_FALSE(event.IsCompleteLongSysex());
+}
+
+TEST(Event, PlaybackPriorityPutsSettingsBeforeNotesAndNoteOffsBeforeNoteOns) {
+    const Time_TypedLength length(480, kTime_Ticks);
+    EXPECT_EQ(Vela_ReleaseControllerEvent(3).GetPlaybackPriority(), 10);
+    EXPECT_EQ(Vela_ProgramEvent(1, 0).GetPlaybackPriority(), 20);
+    EXPECT_EQ(Vela_ControllerEvent(7, 100).GetPlaybackPriority(), 30);
+    EXPECT_EQ(Vela_PitchBendEvent(0).GetPlaybackPriority(), 50);
+    EXPECT_EQ(Vela_NoteOffEvent(60, 64).GetPlaybackPriority(), 90);
+    EXPECT_EQ(Vela_NoteOnEvent(60, 1).GetPlaybackPriority(), 100);
+    EXPECT_EQ(Vela_NoteWithDurationEvent(60, length, 1, 1).GetPlaybackPriority(), 100);
+    EXPECT_EQ(Vela_AddNoteInProgressEvent(60, length, 1, 1).GetPlaybackPriority(), 0);
+    const unsigned char packet[] = {0xF0, 0x01};
+    EXPECT_EQ(Vela_SysexPacketEvent(2, packet, nullptr).GetPlaybackPriority(), 50);
+}
+
+TEST(Event, NoteOnTakesTheLibraryDefaultVelocity) {
+    EXPECT_EQ(Vela_NoteOnEvent::GetDefaultVelocity(), 80);
+    EXPECT_EQ(Vela_NoteOnEvent(60).GetVelocity(), 80);
+    Vela_NoteOnEvent::SetDefaultVelocity(100);
+    EXPECT_EQ(Vela_NoteOnEvent(60).GetVelocity(), 100);
+    Vela_NoteOnEvent::SetDefaultVelocity(80);
+}
+
+TEST(ProgramEvent, PlainProgramHasEverythingEnabled) {
+    const Vela_ProgramEvent program(5, 0);
+    EXPECT_EQ(program.GetProgram(), 5);
+    EXPECT_EQ(program.GetBank(), 0);
+    EXPECT_TRUE(program.IsProgramEnabled());
+    EXPECT_TRUE(program.IsMSBBankEnabled());
+    EXPECT_TRUE(program.IsLSBBankEnabled());
+    EXPECT_EQ(program.GetOMSPatchNum(), 0xFF000005u);
+}
+
+TEST(ProgramEvent, EnableFlagsAreSeparateFromTheValues) {
+    Vela_ProgramEvent program(5, static_cast<int16_t>((3 << 7) | 9));
+    program.SetMSBBankEnable(false);
+    EXPECT_EQ(program.GetFullBank() & 0x8000, 0x8000);
+    EXPECT_EQ(program.GetBank(), (3 << 7) | 9);
+    EXPECT_EQ(program.GetMSBBank(), 3);  // the flag does not leak into the MSB
+    EXPECT_EQ(program.GetOMSPatchNum(), 0xFF000905u);
+
+    program.SetLSBBankEnable(false);
+    program.SetMSBBank(100);
+    program.SetLSBBank(50);
+    EXPECT_FALSE(program.IsMSBBankEnabled());
+    EXPECT_FALSE(program.IsLSBBankEnabled());
+    EXPECT_EQ(program.GetMSBBank(), 100);
+    EXPECT_EQ(program.GetLSBBank(), 50);
+    program.SetMSBBankEnable(true);
+    EXPECT_EQ(program.GetFullBank(), static_cast<int16_t>(0x4000 | (100 << 7) | 50));
+
+    program.SetProgramEnable(false);
+    program.SetProgram(9);  // keeps the flag
+    EXPECT_EQ(program.GetFullProgram(), static_cast<int8_t>(0x89));
+    EXPECT_EQ(program.GetProgram(), 9);
+    program.SetBank(0x1234);  // keeps the flags
+    EXPECT_EQ(program.GetFullBank(), static_cast<int16_t>(0x4000 | 0x1234));
+}
+
+TEST(ProgramEvent, DisabledProgramSignExtendsIntoThePatchNumber) {
+    const Vela_ProgramEvent program(static_cast<int8_t>(0x80 | 5), static_cast<int16_t>((1 << 7) | 2));
+    EXPECT_FALSE(program.IsProgramEnabled());
+    EXPECT_EQ(program.GetOMSPatchNum(), 0xFFFFFF85u);
+    const Vela_ProgramEvent banks(7, static_cast<int16_t>((1 << 7) | 2));
+    EXPECT_EQ(banks.GetOMSPatchNum(), 0xFF010207u);
+}
+
+TEST(EventViews, SmallFieldsKeepExactlyWhatWasStored) {
+    const Vela_QuarterFrameEvent frame(Vela_Event::kSecondsHigh, 9);
+    EXPECT_EQ(frame.GetQFDataByte(), 0x39);
+    EXPECT_EQ(frame.GetQFMessage(), Vela_Event::kSecondsHigh);
+    EXPECT_EQ(frame.GetQFNibble(), 9);
+    EXPECT_EQ(Vela_QuarterFrameEvent(0x7F).GetQFMessage(), Vela_Event::kHoursHighAndRate);
+
+    Vela_SongPositionEvent position(0x12345);
+    EXPECT_EQ(position.GetPosition(), 0x2345);
+    position.SetPosition(0xFFFF);
+    EXPECT_EQ(position.GetPosition(), -1);
+
+    Vela_NoteWithDurationEvent note(61, Time_TypedLength(960, kTime_Ticks), 100, 30);
+    note.SetDuration(Time_TypedLength(44100, kTime_Samples));
+    EXPECT_EQ(note.GetDuration().AsInt64(), 44100);
+    EXPECT_EQ(note.GetDuration().GetType(), kTime_Samples);
+    note.MarkForDeletion();
+    EXPECT_EQ(note.GetOnVelocity(), 0);
+    EXPECT_EQ(note.GetOffVelocity(), 30);
+}
+
+TEST(EventViews, ClipNameKeepsItsFirst63Characters) {
+    const std::string name(100, 'x');
+    const Vela_ClipEvent clip(name + "tail", Time_TypedLength(123, kTime_Samples));
+    EXPECT_EQ(clip.GetRegionName(), std::string(63, 'x'));
+    EXPECT_EQ(clip.GetDuration(), 123u);
+    EXPECT_EQ(Vela_ClipEvent("", Time_TypedLength()).GetRegionName(), "");
+    EXPECT_EQ(Vela_ClipEvent(std::string(63, 'y'), Time_TypedLength()).GetRegionName(), std::string(63, 'y'));
+}
+
+TEST(EventSharing, CopiesAndAssignmentsCountReferences) {
+    const std::vector<unsigned char> payload = Payload(15);
+    const size_t pendingBefore = Sys_DelayedDeletionObject::GetPendingCount();
+    {
+        const Vela_SysexEvent original(15, payload.data());
+        Mdie_SysexDataBase* dataP = SharedData(original);
+        ASSERT_NE(dataP, nullptr);
+        EXPECT_EQ(dataP->GetLength(), 17);
+        EXPECT_EQ(dataP->GetRefCount(), 1);
+        Vela_Event copy1(original);
+        const Vela_Event copy2(original);
+        EXPECT_EQ(dataP->GetRefCount(), 3);
+
+        Vela_Event other = Vela_SysexEvent(20, Payload(20).data());
+        other = copy1;  // releases the 20-byte message, shares ours
+        EXPECT_EQ(dataP->GetRefCount(), 4);
+        const Vela_Event& alias = other;
+        other = alias;
+        EXPECT_EQ(dataP->GetRefCount(), 4);
+        EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), pendingBefore + 1);
+
+        copy1 = Vela_NoteOnEvent(60, 1);
+        EXPECT_EQ(dataP->GetRefCount(), 3);
+        Vela_Event moved(std::move(other));  // moves behave as copies
+        EXPECT_EQ(dataP->GetRefCount(), 4);
+    }
+    // Released on this thread, but deleted only when the deferred deleter runs.
+    EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), pendingBefore + 2);
+    Sys_DelayedDeletionObject::DrainDelayedDeletions();
+    EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), 0u);
+}
+
+TEST(EventSharing, CopiesReleasedOnTwoThreadsFreeTheDataOnce) {
+    Mem2_MasterAllocator allocator(1 << 20);
+    const std::vector<unsigned char> bytes = Payload(40);
+    const int64_t freesBefore = gVela_SysexDataRTTag.mFrees.load();
+    for (int round = 0; round < 50; ++round) {
+        std::vector<Vela_Event> left, right;
+        {
+            const Vela_SysexEvent heap(30, bytes.data());
+            const Vela_SysexPacketEvent realTime(40, bytes.data(), &allocator);
+            ASSERT_EQ(realTime.GetType(), Vela_Event::kLongSysex);
+            for (int i = 0; i < 100; ++i) {
+                left.push_back(i % 2 ? Vela_Event(heap) : Vela_Event(realTime));
+                right.push_back(i % 2 ? Vela_Event(heap) : Vela_Event(realTime));
+            }
+        }
+        std::thread a([&] { left.clear(); });
+        std::thread b([&] {
+            for (Vela_Event& event : right) event = Vela_StopEvent();
+        });
+        a.join();
+        b.join();
+        Sys_DelayedDeletionObject::DrainDelayedDeletions();
+    }
+    EXPECT_EQ(gVela_SysexDataRTTag.mFrees.load() - freesBefore, 2 * 50);  // buffer and object per round
+}
+
+TEST(EventRealTime, BuildingCopyingAndDestroyingEventsNeverAllocates) {
+    Mem2_MasterAllocator allocator(1 << 16);
+    const std::vector<unsigned char> bytes = Payload(64);
+    const Vela_SysexEvent heapSysex(20, bytes.data());  // built before counting: its copies must not allocate
+    AllocCounter counter;
+    {
+        const Time_TypedLength length(480, kTime_Ticks);
+        Vela_Event events[] = {
+            Vela_NoteOnEvent(60), Vela_NoteOffEvent(60, 64), Vela_NoteWithDurationEvent(60, length, 90, 64),
+            Vela_PitchBendEvent(100), Vela_ControllerEvent(7, 1), Vela_ProgramEvent(3, 0),
+            Vela_MonoPressureEvent(5), Vela_PolyPressureEvent(60, 5), Vela_SongPositionEvent(9),
+            Vela_QuarterFrameEvent(0x21), Vela_ReleaseControllerEvent(2), Vela_ClipEvent("short", length),
+            Vela_SysexEvent(14, bytes.data()), Vela_SysexPacketEvent(30, bytes.data(), &allocator), heapSysex,
+        };
+        for (Vela_Event& event : events) {
+            Vela_Event copy(event);
+            event = copy;
+            copy = Vela_TimingClockEvent();
+        }
+    }
+    EXPECT_EQ(counter.Count(), 0u);
+}
