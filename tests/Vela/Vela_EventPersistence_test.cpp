@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "AssertCapture.h"
+#include "Cmn_ChunkyPODVector.h"
+#include "Mdie_SysexDataBase.h"
 #include "Mem2_MasterAllocator.h"
 #include "Cmn_Exception.h"
 #include "Sys_StdStreamHeader.h"
@@ -187,4 +189,78 @@ TEST(EventPersistence, OnlySysexEventsStreamAPayload) {
     EXPECT_EQ(StreamOut(Vela_NoteOnEvent(60, 100)), Block("", 1, {}));
     ASSERT_EQ(capture.Count(), 1u);
     EXPECT_EQ(capture.Texts()[0], "0@$^$@NewFileLibs/Vela/Vela_EventPersistence.cpp");
+}
+
+namespace {
+
+// An event kept as raw bytes, the way the segmented record vectors keep them.
+struct EventImage {
+    alignas(Vela_Event) unsigned char mBytes[sizeof(Vela_Event)];
+
+    Vela_Event& AsEvent() { return *reinterpret_cast<Vela_Event*>(mBytes); }
+};
+
+// Raw copy of iSource, made the way image holders must: the source's reference is added first.
+EventImage ImageOut(const Vela_Event& iSource) {
+    iSource.PrepareToImageOut();
+    EventImage image;
+    std::memcpy(image.mBytes, static_cast<const void*>(&iSource), sizeof(Vela_Event));
+    return image;
+}
+
+// Raw copy of an image over a live event: the slot gives up what it held first.
+void ImageIn(Vela_Event& ioSlot, EventImage& iImage) {
+    iImage.AsEvent().PrepareToImageOut();
+    ioSlot.PrepareToImageIn();
+    std::memcpy(static_cast<void*>(&ioSlot), iImage.mBytes, sizeof(Vela_Event));
+}
+
+// The shared data of a long sysex: the pointer at bytes 8..15 of the value.
+int32_t RefCountOf(const Vela_Event& iLongSysex) {
+    Mdie_SysexDataBase* dataP = nullptr;
+    std::memcpy(&dataP, reinterpret_cast<const unsigned char*>(&iLongSysex) + 8, sizeof(dataP));
+    return dataP->GetRefCount();
+}
+
+}  // namespace
+
+TEST(EventPersistence, RawImagesInASegmentedVectorKeepReferenceCountsExact) {
+    const ByteVector payload = Payload(40);
+    const Vela_SysexEvent original(40, payload.data());
+    ASSERT_EQ(RefCountOf(original), 1);
+
+    Cmn_ChunkyPODVector<EventImage> images(2);  // small segments: inserts split and move records
+    for (int i = 0; i < 5; ++i) {
+        const EventImage image = ImageOut(i % 2 ? Vela_Event(Vela_NoteOnEvent(60, 1)) : Vela_Event(original));
+        images.Insert(images.GetSize() / 2, 1, &image);
+    }
+    EXPECT_EQ(RefCountOf(original), 4);  // the original and three images; moving records adds none
+
+    // Copying the vector raw: every source record is prepared first.
+    for (EventImage& image : images) image.AsEvent().PrepareToImageOut();
+    Cmn_ChunkyPODVector<EventImage> copy(3);
+    copy.Assign(images);
+    EXPECT_EQ(RefCountOf(original), 7);
+
+    // Reading one image back over a slot that held other long data releases that data.
+    const ByteVector other = Payload(50);
+    Vela_Event slot = Vela_SysexEvent(50, other.data());
+    for (EventImage& image : copy) {
+        if (image.AsEvent().GetType() == Vela_Event::kLongSysex) {
+            ImageIn(slot, image);
+            break;
+        }
+    }
+    EXPECT_TRUE(slot == original);
+    EXPECT_EQ(RefCountOf(original), 8);
+
+    // Emptying both vectors: each record gives its reference back.
+    for (Cmn_ChunkyPODVector<EventImage>* vectorP : {&images, &copy}) {
+        for (EventImage& image : *vectorP) image.AsEvent().PrepareToImageIn();
+        vectorP->Destruct();
+    }
+    EXPECT_EQ(RefCountOf(original), 2);
+    slot.PrepareToImageIn();
+    EXPECT_EQ(slot.GetType(), Vela_Event::kNull);
+    EXPECT_EQ(RefCountOf(original), 1);
 }
