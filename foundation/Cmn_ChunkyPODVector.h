@@ -1,0 +1,214 @@
+// Cmn_ChunkyPODVector<T>: a segmented vector of plain records (notes, controller segments).
+// Records live in fixed-capacity segments (chunks) of 4 KiB by default, so growing the vector
+// never moves the whole content and an insertion or erasure moves at most one segment's records
+// plus the segment directory. Records are contiguous within a segment only; use GetContiguous
+// (or iterate) rather than pointer arithmetic across records.
+//
+// Cost: reaching a position is O(log number-of-segments) (binary search of the directory);
+// Insert/Erase are O(records moved in one segment + inserted/erased records + segments).
+// Records are copied bytewise through the copier (Cmn_ChunkyVecPODCopier): T must be trivially
+// copyable. Callers that store events holding references (long system-exclusive data) call the
+// events' image hooks themselves around raw copies.
+//
+// Threads: one thread at a time; concurrent reads of an unchanging vector are safe (lookups
+// keep no cache). Reading never allocates; Insert, Assign and copying allocate segments.
+// Iterators are (vector, index) pairs: they stay meaningful as positions across edits but the
+// addresses GetPtr gave are invalid after any Insert or Erase.
+// Exceptions: an Insert or Assign that runs out of memory throws std::bad_alloc and leaves the
+// vector as it was.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <iterator>
+#include <type_traits>
+#include <vector>
+
+// Copies records from one place to another; source and destination may overlap.
+class Cmn_ChunkyVecCopier {
+public:
+    virtual ~Cmn_ChunkyVecCopier() = default;
+    virtual void Copy(void* oDestP, const void* iSourceP, size_t iCount, size_t iRecordSize) const = 0;
+};
+
+// The copier of plain records: bytewise.
+class Cmn_ChunkyVecPODCopier : public Cmn_ChunkyVecCopier {
+public:
+    void Copy(void* oDestP, const void* iSourceP, size_t iCount, size_t iRecordSize) const override {
+        if (iCount) std::memmove(oDestP, iSourceP, iCount * iRecordSize);
+    }
+    // A shared instance for vectors that need no other copier.
+    static const Cmn_ChunkyVecPODCopier& Instance();
+};
+
+class Cmn_ChunkyVecImpl;
+
+// A position in a chunked vector: index 0 is the beginning, index GetSize() the end.
+// Compares by index (iterators of different vectors are not comparable).
+class Cmn_ChunkyVecImpl_Iterator {
+public:
+    Cmn_ChunkyVecImpl_Iterator() = default;
+    Cmn_ChunkyVecImpl_Iterator(const Cmn_ChunkyVecImpl* iVecP, ptrdiff_t iIndex) : mVecP(iVecP), mIndex(iIndex) {}
+
+    void Add(ptrdiff_t iCount) { mIndex += iCount; }
+    ptrdiff_t Subtract(const Cmn_ChunkyVecImpl_Iterator& iOther) const { return mIndex - iOther.mIndex; }
+    // The record's address; only for 0 <= index < size.
+    void* GetPtr() const;
+    ptrdiff_t GetIndex() const { return mIndex; }
+    const Cmn_ChunkyVecImpl* GetVector() const { return mVecP; }
+
+    friend bool operator==(const Cmn_ChunkyVecImpl_Iterator& iA, const Cmn_ChunkyVecImpl_Iterator& iB) {
+        return iA.mIndex == iB.mIndex;
+    }
+    friend auto operator<=>(const Cmn_ChunkyVecImpl_Iterator& iA, const Cmn_ChunkyVecImpl_Iterator& iB) {
+        return iA.mIndex <=> iB.mIndex;
+    }
+
+private:
+    const Cmn_ChunkyVecImpl* mVecP = nullptr;
+    ptrdiff_t mIndex = 0;
+};
+
+// The untyped engine: records of a fixed size, known only at run time.
+class Cmn_ChunkyVecImpl {
+public:
+    static constexpr size_t kDefaultChunkBytes = 4096;
+
+    // iCopier must outlive the vector. iRecordsPerChunk 0: as many as fit in kDefaultChunkBytes.
+    Cmn_ChunkyVecImpl(const Cmn_ChunkyVecCopier& iCopier, size_t iRecordSize, size_t iRecordsPerChunk = 0);
+    Cmn_ChunkyVecImpl(const Cmn_ChunkyVecImpl& iOther);
+    Cmn_ChunkyVecImpl& operator=(const Cmn_ChunkyVecImpl& iOther);
+    ~Cmn_ChunkyVecImpl();
+
+    // --- queries
+    size_t GetSize() const { return mSize; }
+    bool IsEmpty() const { return mSize == 0; }
+    size_t GetRecordSize() const { return mRecordSize; }
+    size_t GetRecordsPerChunk() const { return mRecordsPerChunk; }
+    size_t GetNumChunks() const { return mChunks.size(); }
+    // Address of record iIndex (< GetSize()).
+    void* GetPtr(size_t iIndex) const;
+    // Address of record iIndex and, in *oCountP, how many records from it on are contiguous.
+    void* GetContiguous(size_t iIndex, size_t* oCountP) const;
+    Cmn_ChunkyVecImpl_Iterator Begin() const { return {this, 0}; }
+    Cmn_ChunkyVecImpl_Iterator End() const { return {this, static_cast<ptrdiff_t>(mSize)}; }
+
+    // --- edits (positions beyond the end are reported and clamped to it)
+    // Inserts iCount records read contiguously from iSourceP before position iPos. iSourceP
+    // must not point into this vector (use the iterator range form for that).
+    void Insert(size_t iPos, size_t iCount, const void* iSourceP);
+    // Inserts the records [iFirst, iLast) of any chunked vector of the same record size
+    // (this one included) before position iPos.
+    void Insert(size_t iPos, const Cmn_ChunkyVecImpl_Iterator& iFirst, const Cmn_ChunkyVecImpl_Iterator& iLast);
+    void Erase(size_t iPos) { Erase(iPos, iPos + 1); }
+    // Erases positions [iFirst, iLast).
+    void Erase(size_t iFirst, size_t iLast);
+    // Makes this vector a copy of iOther (same record size).
+    void Assign(const Cmn_ChunkyVecImpl& iOther);
+    // Removes every record and frees every chunk.
+    void Destruct();
+
+private:
+    struct Chunk {
+        std::byte* mDataP;
+        size_t mStart;  // index of the chunk's first record in the vector
+        size_t mCount;
+    };
+    struct Location {
+        size_t mChunk;
+        size_t mOffset;
+    };
+
+    Location Locate(size_t iIndex) const;
+    std::byte* RecordAt(const Chunk& iChunk, size_t iOffset) const { return iChunk.mDataP + iOffset * mRecordSize; }
+    std::byte* NewChunkData() const;
+    void FreeChunkData(std::byte* iDataP) const;
+    void InsertWithinChunk(Location iAt, size_t iCount, const std::byte* iSourceP);
+    void InsertSplittingChunk(Location iAt, size_t iCount, const std::byte* iSourceP);
+    void MergeWithNext(size_t iChunk);
+    void Renumber(size_t iFromChunk);
+
+    const Cmn_ChunkyVecCopier* mCopierP;
+    size_t mRecordSize;
+    size_t mRecordsPerChunk;
+    size_t mSize = 0;
+    std::vector<Chunk> mChunks;  // no chunk is ever empty
+};
+
+// The typed face: records of T, with random-access iterators usable by the standard algorithms
+// (each dereference is a directory lookup; walk long runs with GetContiguous where it matters).
+template <class T>
+class Cmn_ChunkyPODVector {
+    static_assert(std::is_trivially_copyable_v<T>, "records are copied bytewise");
+    static_assert(alignof(T) <= alignof(std::max_align_t), "chunks are aligned for scalars only");
+
+public:
+    template <class TValue>
+    class Iterator {
+    public:
+        using iterator_category = std::random_access_iterator_tag;
+        using value_type = std::remove_const_t<TValue>;
+        using difference_type = ptrdiff_t;
+        using pointer = TValue*;
+        using reference = TValue&;
+
+        Iterator() = default;
+        explicit Iterator(const Cmn_ChunkyVecImpl_Iterator& iPosition) : mPosition(iPosition) {}
+        operator Iterator<const TValue>() const { return Iterator<const TValue>(mPosition); }
+
+        reference operator*() const { return *static_cast<TValue*>(mPosition.GetPtr()); }
+        pointer operator->() const { return static_cast<TValue*>(mPosition.GetPtr()); }
+        reference operator[](difference_type iOffset) const { return *(*this + iOffset); }
+        Iterator& operator+=(difference_type iCount) { return mPosition.Add(iCount), *this; }
+        Iterator& operator-=(difference_type iCount) { return mPosition.Add(-iCount), *this; }
+        Iterator& operator++() { return *this += 1; }
+        Iterator& operator--() { return *this -= 1; }
+        Iterator operator++(int) { Iterator before = *this; return ++*this, before; }
+        Iterator operator--(int) { Iterator before = *this; return --*this, before; }
+        friend Iterator operator+(Iterator iIt, difference_type iCount) { return iIt += iCount; }
+        friend Iterator operator+(difference_type iCount, Iterator iIt) { return iIt += iCount; }
+        friend Iterator operator-(Iterator iIt, difference_type iCount) { return iIt -= iCount; }
+        friend difference_type operator-(const Iterator& iA, const Iterator& iB) { return iA.mPosition.Subtract(iB.mPosition); }
+        friend bool operator==(const Iterator& iA, const Iterator& iB) { return iA.mPosition == iB.mPosition; }
+        friend auto operator<=>(const Iterator& iA, const Iterator& iB) { return iA.mPosition <=> iB.mPosition; }
+
+        const Cmn_ChunkyVecImpl_Iterator& GetPosition() const { return mPosition; }
+        size_t GetIndex() const { return static_cast<size_t>(mPosition.GetIndex()); }
+
+    private:
+        Cmn_ChunkyVecImpl_Iterator mPosition;
+    };
+    using iterator = Iterator<T>;
+    using const_iterator = Iterator<const T>;
+
+    explicit Cmn_ChunkyPODVector(size_t iRecordsPerChunk = 0)
+        : mImpl(Cmn_ChunkyVecPODCopier::Instance(), sizeof(T), iRecordsPerChunk) {}
+
+    size_t GetSize() const { return mImpl.GetSize(); }
+    size_t size() const { return mImpl.GetSize(); }
+    bool IsEmpty() const { return mImpl.IsEmpty(); }
+    T& operator[](size_t iIndex) { return *static_cast<T*>(mImpl.GetPtr(iIndex)); }
+    const T& operator[](size_t iIndex) const { return *static_cast<const T*>(mImpl.GetPtr(iIndex)); }
+    iterator begin() { return iterator(mImpl.Begin()); }
+    iterator end() { return iterator(mImpl.End()); }
+    const_iterator begin() const { return const_iterator(mImpl.Begin()); }
+    const_iterator end() const { return const_iterator(mImpl.End()); }
+
+    void Insert(size_t iPos, size_t iCount, const T* iSourceP) { mImpl.Insert(iPos, iCount, iSourceP); }
+    void Insert(const_iterator iPos, size_t iCount, const T* iSourceP) { Insert(iPos.GetIndex(), iCount, iSourceP); }
+    void Insert(const_iterator iPos, const T& iRecord) { Insert(iPos.GetIndex(), 1, &iRecord); }
+    void Insert(const_iterator iPos, const_iterator iFirst, const_iterator iLast) {
+        mImpl.Insert(iPos.GetIndex(), iFirst.GetPosition(), iLast.GetPosition());
+    }
+    void PushBack(const T& iRecord) { Insert(GetSize(), 1, &iRecord); }
+    void Erase(const_iterator iPos) { mImpl.Erase(iPos.GetIndex()); }
+    void Erase(const_iterator iFirst, const_iterator iLast) { mImpl.Erase(iFirst.GetIndex(), iLast.GetIndex()); }
+    void Assign(const Cmn_ChunkyPODVector& iOther) { mImpl.Assign(iOther.mImpl); }
+    void Destruct() { mImpl.Destruct(); }
+
+    Cmn_ChunkyVecImpl& GetImpl() { return mImpl; }
+    const Cmn_ChunkyVecImpl& GetImpl() const { return mImpl; }
+
+private:
+    Cmn_ChunkyVecImpl mImpl;
+};
