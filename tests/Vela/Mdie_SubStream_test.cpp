@@ -1,0 +1,336 @@
+#include "Mdie_SubStream.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "AssertCapture.h"
+#include "Sys_StdStreamHeader.h"
+#include "Sys_TypedStream.h"
+#include "Vela_Init.h"
+
+namespace {
+
+struct TypeCase {
+    const char* mName;
+    Mdie_SubStream mSubStream;
+    Vela_Event::EEventType mKind;
+    int32_t mGlobalIndex;
+    int32_t mMin;
+    int32_t mMax;
+};
+
+std::vector<TypeCase> RealTypes() {
+    return {
+        {"pitch bend", Mdie_SubStream::PitchBend(), Vela_Event::kPitchBend, 0, -8192, 8191},
+        {"controller 1", Mdie_SubStream::Controller(1), Vela_Event::kController, 1, 0, 127},
+        {"controller 119", Mdie_SubStream::Controller(119), Vela_Event::kController, 119, 0, 127},
+        {"program", Mdie_SubStream::Program(), Vela_Event::kProgram, 121, 0, 16777215},
+        {"mono pressure", Mdie_SubStream::MonoPressure(), Vela_Event::kMonoPressure, 120, 0, 127},
+        {"poly pressure 0", Mdie_SubStream::PolyPressure(0), Vela_Event::kPolyPressure, 122, 0, 127},
+        {"poly pressure 127", Mdie_SubStream::PolyPressure(127), Vela_Event::kPolyPressure, 249, 0, 127},
+    };
+}
+
+TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEvent) {
+    AssertCapture asserts;
+    for (const TypeCase& c : RealTypes()) {
+        SCOPED_TRACE(c.mName);
+        Mdie_SubStream_ValueRange range;
+        c.mSubStream.GetValueRange(range);
+        EXPECT_EQ(range.mMin, c.mMin);
+        EXPECT_EQ(range.mMax, c.mMax);
+        EXPECT_EQ(c.mSubStream.GetIndex(), c.mGlobalIndex);
+        for (int32_t value : {c.mMin, c.mMax}) {
+            const Vela_Event event = c.mSubStream.MakeEvent(value);
+            EXPECT_EQ(event.GetType(), c.mKind);
+            EXPECT_EQ(c.mSubStream.GetValueFromEvent(event), value);
+            // The event leads back to the same sub-stream.
+            EXPECT_EQ(Mdie_SubStream(event), c.mSubStream);
+        }
+    }
+    EXPECT_EQ(asserts.Count(), 0u);
+    EXPECT_EQ(Mdie_SubStream::GetNumIndices(), 250);
+}
+
+TEST(Mdie_SubStream, ProgramValuePacksTheBankAboveTheProgramByte) {
+    const Vela_Event event = Mdie_SubStream::Program().MakeEvent(74565);
+    EXPECT_EQ(event.AsProgram().GetFullProgram(), 69);
+    EXPECT_EQ(event.AsProgram().GetFullBank(), 291);
+    EXPECT_EQ(Mdie_SubStream::Program().GetValueFromEvent(event), 74565);
+
+    // Disabled flags travel in the value: program byte 0x85, both bank halves disabled.
+    const Vela_ProgramEvent flagged(static_cast<int8_t>(0x85), static_cast<int16_t>(0xC000 | 291));
+    const int32_t value = Mdie_SubStream::Program().GetValueFromEvent(flagged);
+    EXPECT_EQ(value, ((0xC000 | 291) << 8) | 0x85);
+    const Vela_Event back = Mdie_SubStream::Program().MakeEvent(value);
+    EXPECT_EQ(back.AsProgram().GetFullProgram(), static_cast<int8_t>(0x85));
+    EXPECT_EQ(back.AsProgram().GetFullBank(), static_cast<int16_t>(0xC000 | 291));
+}
+
+TEST(Mdie_SubStream, ControllerEventsOutsideOneTo119GiveANullSubStreamKeepingTheNumber) {
+    int8_t kind = -1;
+    int8_t controller = -1;
+    for (int number : {0, 120, 127}) {
+        const Mdie_SubStream subStream{Vela_ControllerEvent(static_cast<int8_t>(number), 5)};
+        EXPECT_TRUE(subStream.IsNull()) << number;
+        EXPECT_EQ(subStream.GetSubIndex(), number);
+        subStream.GetInfo(kind, controller);
+        EXPECT_EQ(kind, 0);
+        EXPECT_EQ(controller, -1);  // left untouched
+    }
+    for (int number : {1, 64, 119}) {
+        const Mdie_SubStream subStream{Vela_ControllerEvent(static_cast<int8_t>(number), 5)};
+        EXPECT_FALSE(subStream.IsNull()) << number;
+        subStream.GetInfo(kind, controller);
+        EXPECT_EQ(kind, Vela_Event::kController);
+        EXPECT_EQ(controller, number);
+    }
+    EXPECT_EQ(Mdie_SubStream(Vela_PolyPressureEvent(60, 1)), Mdie_SubStream::PolyPressure(60));
+    EXPECT_TRUE(Mdie_SubStream(Vela_NoteOnEvent(60, 1)).IsNull());
+    EXPECT_TRUE(Mdie_SubStream(Vela_StopEvent()).IsNull());
+}
+
+TEST(Mdie_SubStream, NullTypeReportsEveryOperationAndAnswersNeutralValues) {
+    AssertCapture asserts;
+    const Mdie_SubStream null;
+    EXPECT_EQ(null.GetIndex(), 0);
+    EXPECT_EQ(null.MakeEvent(7).GetType(), Vela_Event::kNull);
+    EXPECT_EQ(null.GetValueFromEvent(Vela_ControllerEvent(1, 9)), 0);
+    Mdie_SubStream_ValueRange range{5, 5};
+    null.GetValueRange(range);
+    EXPECT_EQ(range.mMin, 0);
+    EXPECT_EQ(range.mMax, 0);
+    EXPECT_EQ(null.GetType()->GetTypeCode(), 0);
+    EXPECT_TRUE(null.GetType()->IsValidSubType(-12345));
+    ASSERT_EQ(asserts.Count(), 6u);
+    for (const std::string& text : asserts.Texts()) EXPECT_EQ(text, "0@$^$@NewFileLibs/Vela/Mdie_SubStream.cpp");
+}
+
+TEST(Mdie_SubStream, SortsByGlobalIndexThenTypeCode) {
+    std::vector<Mdie_SubStream> list = {Mdie_SubStream::PolyPressure(3), Mdie_SubStream::Program(),
+                                        Mdie_SubStream::Controller(7), Mdie_SubStream::PitchBend(),
+                                        Mdie_SubStream::MonoPressure(), Mdie_SubStream(),
+                                        Mdie_SubStream::Controller(1)};
+    AssertCapture asserts;
+    std::sort(list.begin(), list.end());
+    const std::vector<Mdie_SubStream> expected = {Mdie_SubStream(), Mdie_SubStream::PitchBend(),
+                                                  Mdie_SubStream::Controller(1), Mdie_SubStream::Controller(7),
+                                                  Mdie_SubStream::MonoPressure(), Mdie_SubStream::Program(),
+                                                  Mdie_SubStream::PolyPressure(3)};
+    EXPECT_EQ(list, expected);
+    EXPECT_EQ(asserts.Count(), 0u);  // ordering never asks the null type
+    EXPECT_NE(Mdie_SubStream::Controller(7), Mdie_SubStream::Controller(8));
+    EXPECT_NE(Mdie_SubStream::PitchBend(), Mdie_SubStream());
+}
+
+// ---------------------------------------------------------------- "Mdss" block
+
+std::vector<uint8_t> WriteBlock(int8_t iCode, int32_t iIndex) {
+    Sys_MemoryOutStream out;
+    {
+        Sys_StdStreamHeaderWriter header(out, "Mdss", 1);
+        out.Write(iCode);
+        out.Write(iIndex);
+    }
+    return out.GetBytes();
+}
+
+std::vector<uint8_t> StreamOut(const Mdie_SubStream& iSubStream) {
+    Sys_MemoryOutStream out;
+    iSubStream.StreamOut(out);
+    return out.GetBytes();
+}
+
+TEST(Mdie_SubStream, StreamsEveryTypeAndReadsItBack) {
+    for (const TypeCase& c : RealTypes()) {
+        const std::vector<uint8_t> bytes = StreamOut(c.mSubStream);
+        Sys_MemoryInStream in(bytes.data(), bytes.size());
+        Mdie_SubStream read;
+        read.StreamIn(in);
+        EXPECT_EQ(read, c.mSubStream) << c.mName;
+        EXPECT_EQ(read.GetIndex(), c.mGlobalIndex) << c.mName;
+        EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size()));
+    }
+    // Fields a newer writer appends are skipped.
+    Sys_MemoryOutStream newer;
+    {
+        Sys_StdStreamHeaderWriter header(newer, "Mdss", 1);
+        newer.Write(int8_t(5));
+        newer.Write(int32_t(9));
+        newer.Write(int64_t(77));
+    }
+    Sys_MemoryInStream in(newer.GetBytes().data(), newer.GetBytes().size());
+    Mdie_SubStream read;
+    read.StreamIn(in);
+    EXPECT_EQ(read, Mdie_SubStream::PolyPressure(9));
+    EXPECT_EQ(in.GetPos(), static_cast<int64_t>(newer.GetBytes().size()));
+    // The body is the code then the index.
+    EXPECT_EQ(StreamOut(Mdie_SubStream::Controller(64)), WriteBlock(2, 64));
+}
+
+// Expects StreamIn to throw the localized error with iText and to leave the target as it was.
+void ExpectRejected(const std::vector<uint8_t>& iBytes, const char* iText) {
+    Sys_MemoryInStream in(iBytes.data(), iBytes.size());
+    Mdie_SubStream target = Mdie_SubStream::Controller(9);
+    try {
+        target.StreamIn(in);
+        ADD_FAILURE() << "accepted";
+    } catch (const Cmn_TypedException<L10N_ExceptionData>& e) {
+        EXPECT_STREQ(e.what(), iText);
+    }
+    EXPECT_EQ(target, Mdie_SubStream::Controller(9));
+}
+
+TEST(Mdie_SubStream, RejectsUnknownTypeCodesAndInvalidSubIndices) {
+    ExpectRejected(WriteBlock(6, 0), "bad data encountered");
+    ExpectRejected(WriteBlock(-1, 0), "bad data encountered");
+    ExpectRejected(WriteBlock(127, 1), "bad data encountered");
+    ExpectRejected(WriteBlock(2, 0), "bad subtype encountered");
+    ExpectRejected(WriteBlock(2, 120), "bad subtype encountered");
+    ExpectRejected(WriteBlock(5, 128), "bad subtype encountered");
+    ExpectRejected(WriteBlock(5, -1), "bad subtype encountered");
+}
+
+TEST(Mdie_SubStream, ATruncatedBlockThrowsAStreamErrorAtEveryLength) {
+    const std::vector<uint8_t> bytes = StreamOut(Mdie_SubStream::PolyPressure(5));
+    for (size_t size = 0; size < bytes.size(); ++size) {
+        Sys_MemoryInStream in(bytes.data(), size);
+        Mdie_SubStream target;
+        EXPECT_THROW(target.StreamIn(in), Sys_StreamException) << size;
+    }
+}
+
+// ---------------------------------------------------------------- filter
+
+const Time_TypedLength kLength(10, kTime_Ticks);
+
+TEST(Mdie_Filter, DefaultFilterJudgesEveryEventKind) {
+    Mdie_Filter filter;
+    filter.SetDefault();
+    struct Case {
+        Vela_Event mEvent;
+        bool mPasses;
+    };
+    const unsigned char sysex[20] = {1, 2};
+    const Case cases[] = {
+        {Vela_Event(), true},
+        {Vela_NoteOnEvent(60, 100), true},
+        {Vela_NoteOffEvent(60, 30), true},
+        {Vela_NoteWithDurationEvent(60, kLength, 100, 30), true},
+        {Vela_PitchBendEvent(100), true},
+        {Vela_ControllerEvent(0, 1), true},
+        {Vela_ControllerEvent(127, 1), true},
+        {Vela_ProgramEvent(3, 0), true},
+        {Vela_MonoPressureEvent(3), false},
+        {Vela_PolyPressureEvent(60, 3), false},
+        {Vela_SongPositionEvent(4), false},
+        {Vela_StartEvent(), false},
+        {Vela_ContinueEvent(), false},
+        {Vela_StopEvent(), false},
+        {Vela_TimingClockEvent(), false},
+        {Vela_SysexEvent(2, sysex), false},
+        {Vela_SysexEvent(20, sysex), false},  // long form
+        {Vela_SysexPacketEvent(2, sysex, nullptr), false},
+        {Vela_ReleaseControllerEvent(3), true},
+        {Vela_AllNotesOffEvent(), true},
+        {Vela_QuarterFrameEvent(0x12), true},
+        {Vela_ClipEvent("clip", kLength), true},
+    };
+    for (const Case& c : cases) {
+        Vela_Event event = c.mEvent;
+        EXPECT_EQ(filter.FilterEvent(&event), c.mPasses) << int(c.mEvent.GetType());
+    }
+    Mdie_Filter inverted = filter;
+    inverted.InvertAll();
+    for (const Case& c : cases) {
+        Vela_Event event = c.mEvent;
+        const int kind = c.mEvent.GetType();
+        const bool governed = kind >= 1 && kind <= 16;
+        EXPECT_EQ(inverted.FilterEvent(&event), governed ? !c.mPasses : true) << kind;
+    }
+}
+
+TEST(Mdie_Filter, DroppedVelocitiesAreRewrittenPerNoteKind) {
+    Vela_NoteOnEvent::SetDefaultVelocity(80);
+    Mdie_Filter filter;
+    filter.Set(Mdie_Filter::kNotes, true);  // both velocity flags off
+
+    Vela_Event on = Vela_NoteOnEvent(60, 100);
+    ASSERT_TRUE(filter.FilterEvent(&on));
+    EXPECT_EQ(on.AsNoteOn().GetVelocity(), 80);
+    Vela_Event off = Vela_NoteOffEvent(60, 30);
+    ASSERT_TRUE(filter.FilterEvent(&off));
+    EXPECT_EQ(off.AsNoteOff().GetVelocity(), 64);
+    Vela_Event note = Vela_NoteWithDurationEvent(60, kLength, 100, 30);
+    ASSERT_TRUE(filter.FilterEvent(&note));
+    EXPECT_EQ(note.AsNoteWithDuration().GetOnVelocity(), 64);  // not the default velocity
+    EXPECT_EQ(note.AsNoteWithDuration().GetOffVelocity(), 64);
+
+    filter.Set(Mdie_Filter::kNoteOnVelocity, true).Set(Mdie_Filter::kNoteOffVelocity, true);
+    Vela_Event kept = Vela_NoteWithDurationEvent(60, kLength, 100, 30);
+    ASSERT_TRUE(filter.FilterEvent(&kept));
+    EXPECT_EQ(kept.AsNoteWithDuration().GetOnVelocity(), 100);
+    EXPECT_EQ(kept.AsNoteWithDuration().GetOffVelocity(), 30);
+
+    // A blocked note is left alone.
+    filter.Set(Mdie_Filter::kNotes, false).Set(Mdie_Filter::kNoteOffVelocity, false);
+    Vela_Event blocked = Vela_NoteOffEvent(60, 30);
+    EXPECT_FALSE(filter.FilterEvent(&blocked));
+    EXPECT_EQ(blocked.AsNoteOff().GetVelocity(), 30);
+}
+
+TEST(Mdie_Filter, ControllersAreJudgedByTheirOwnBit) {
+    Mdie_Filter filter;
+    Cmn_BitArray<128> bits;
+    bits.Set(7, true);
+    bits.Set(127, true);
+    filter.SetControllers(bits);
+    for (int number = 0; number < 128; ++number) {
+        Vela_Event event = Vela_ControllerEvent(static_cast<int8_t>(number), 1);
+        EXPECT_EQ(filter.FilterEvent(&event), number == 7 || number == 127) << number;
+    }
+    EXPECT_TRUE(filter.FilterSubStream(Mdie_SubStream::Controller(7)));
+    EXPECT_FALSE(filter.FilterSubStream(Mdie_SubStream::Controller(8)));
+    EXPECT_FALSE(filter.FilterSubStream(Mdie_SubStream::PitchBend()));
+    filter.Set(Mdie_Filter::kPitchBend, true);
+    EXPECT_TRUE(filter.FilterSubStream(Mdie_SubStream::PitchBend()));
+}
+
+TEST(Mdie_Filter, EqualityAndInversionSeeEverySingleBit) {
+    Mdie_Filter base;
+    base.SetDefault();
+    Mdie_Filter twice = base;
+    twice.InvertAll();
+    EXPECT_NE(twice, base);
+    twice.InvertAll();
+    EXPECT_EQ(twice, base);
+    for (int number = 0; number < 128; ++number) {
+        Mdie_Filter flipped = base;
+        Cmn_BitArray<128> bits = flipped.GetControllers();
+        bits.Set(number, !bits.Get(number));
+        flipped.SetControllers(bits);
+        EXPECT_NE(flipped, base) << number;
+    }
+    for (int flag = 0; flag < Mdie_Filter::kNumDataTypes; ++flag) {
+        Mdie_Filter flipped = base;
+        const auto type = static_cast<Mdie_Filter::EDataType>(flag);
+        flipped.Set(type, !flipped.Get(type));
+        EXPECT_NE(flipped, base) << flag;
+    }
+    Mdie_Filter all;
+    all.SetAll();
+    Mdie_Filter none;
+    none.InvertAll();
+    EXPECT_EQ(all, none);
+}
+
+TEST(Mdie_Filter, ANullSubStreamPassesAfterReportingIt) {
+    Mdie_Filter filter;  // blocks everything it governs
+    AssertCapture asserts;
+    EXPECT_TRUE(filter.FilterSubStream(Mdie_SubStream()));
+    EXPECT_GT(asserts.Count(), 0u);
+}
+
+}  // namespace
