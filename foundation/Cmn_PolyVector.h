@@ -59,8 +59,10 @@ public:
     }
     // Inserts one element before position iPos (0..GetSize()).
     void Insert(size_t iPos, const T& iElement) {
-        if (mSize == mCapacity) {
-            T copy(iElement);  // iElement may live inside this vector
+        // iElement may live inside this vector, where growing or opening the gap would move
+        // it away before it is copied: take the copy first.
+        if (mSize == mCapacity || Contains(&iElement)) {
+            T copy(iElement);
             Grow(mSize + 1);
             OpenGap(iPos, 1);
             Traits::MoveConstruct(mDataP + iPos, copy);
@@ -111,6 +113,7 @@ public:
     const T* end() const { return mDataP + mSize; }
 
 private:
+    bool Contains(const T* iP) const { return mDataP && iP >= mDataP && iP < mDataP + mSize; }
     void Grow(size_t iNeeded) {
         if (iNeeded <= mCapacity) return;
         size_t capacity = mCapacity ? mCapacity * 2 : 4;
