@@ -43,17 +43,22 @@ Mdie_ChaseTracker::~Mdie_ChaseTracker() {
 
 // ---------------------------------------------------------------- lookup
 
+bool Mdie_ChaseTracker::IsOwnEntry(int32_t iEntry) const {
+    return iEntry >= 0 && iEntry < mNumEntries;  // entries appended after we were built are not
+}
+
 bool Mdie_ChaseTracker::FindEntryForIndex(int32_t& oEntry, int32_t iGlobalIndex) const {
     int32_t entry = 0;
-    if (mMapP == nullptr || !mMapP->GetIndexForSubStreamIndex(entry, iGlobalIndex)) return false;
-    if (entry < 0 || entry >= mNumEntries) return false;  // appended after we were built
+    if (mMapP == nullptr || !mMapP->GetIndexForSubStreamIndex(entry, iGlobalIndex) || !IsOwnEntry(entry)) return false;
     oEntry = entry;
     return true;
 }
 
 bool Mdie_ChaseTracker::FindEntry(int32_t& oEntry, const Mdie_SubStream& iSubStream) const {
-    if (iSubStream.IsNull()) return false;
-    return FindEntryForIndex(oEntry, iSubStream.GetIndex());
+    int32_t entry = 0;
+    if (mMapP == nullptr || !mMapP->GetIndexForSubStream(entry, iSubStream) || !IsOwnEntry(entry)) return false;
+    oEntry = entry;
+    return true;
 }
 
 // ---------------------------------------------------------------- feeding

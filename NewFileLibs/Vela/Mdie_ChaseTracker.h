@@ -122,6 +122,7 @@ public:
     void DoUnMutedUpdate(const Vela_Event& iEvent, Mdie_EventReceiver& iReceiver);
 
 private:
+    bool IsOwnEntry(int32_t iEntry) const;
     bool FindEntry(int32_t& oEntry, const Mdie_SubStream& iSubStream) const;
     bool FindEntryForIndex(int32_t& oEntry, int32_t iGlobalIndex) const;
     bool IsChasingEntry(int32_t iEntry) const { return iEntry < mNumChasing; }

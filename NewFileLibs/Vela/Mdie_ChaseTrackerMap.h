@@ -65,9 +65,11 @@ public:
     const Mdie_SubStream& GetEntrySubStream(int32_t iEntry) const { return mEntries[iEntry].mSubStream; }
     // False when no entry is linked to the global index (or it lies outside 0..249).
     bool GetIndexForSubStreamIndex(int32_t& oEntry, int32_t iGlobalIndex) const;
-    bool GetIndexForSubStream(int32_t& oEntry, const Mdie_SubStream& iSubStream) const {
-        return GetIndexForSubStreamIndex(oEntry, iSubStream.GetIndex());
-    }
+    // As above for the sub-stream's global index, and only when the entry is that very
+    // sub-stream: global indices of invalid sub-streams collide with real ones (controller 0
+    // with pitch bend, a negative key with a controller), and those must not be found. A null
+    // sub-stream is never found.
+    bool GetIndexForSubStream(int32_t& oEntry, const Mdie_SubStream& iSubStream) const;
 
 private:
     void Append(const Mdie_SubStream& iSubStream, bool iIsReleasing, int32_t iReleaseValue);
