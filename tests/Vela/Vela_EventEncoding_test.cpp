@@ -1,0 +1,247 @@
+// Events as MIDI wire messages: each type's bytes, program parts, sysex framing and slicing,
+// the types that have no wire form, and that none of it allocates.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "AllocCounter.h"
+#include "AssertCapture.h"
+#include "Mem2_MasterAllocator.h"
+#include "Vela_Event.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using Messages = std::vector<Bytes>;
+
+// Every message of the event, in the calling order an output port uses.
+Messages Encode(const Vela_Event& iEvent) {
+    Messages messages;
+    for (int i = 0; i < iEvent.GetNumMessages(); ++i) {
+        std::vector<signed char> out(size_t(iEvent.GetMessageLength(i)) + 1, 0x55);
+        iEvent.GetMessageData(out.data(), i);
+        EXPECT_EQ(out.back(), 0x55) << "wrote past the message length";
+        messages.emplace_back(out.begin(), out.end() - 1);
+    }
+    return messages;
+}
+
+Bytes Single(const Vela_Event& iEvent) {
+    const Messages messages = Encode(iEvent);
+    EXPECT_EQ(messages.size(), 1u);
+    return messages.empty() ? Bytes() : messages[0];
+}
+
+// Message 0 streamed in slices of iSlice bytes.
+Bytes Sliced(const Vela_Event& iEvent, int iSlice) {
+    const int length = iEvent.GetMessageLength(0);
+    std::vector<signed char> out(size_t(length) + 1, 0x55);
+    for (int offset = 0; offset < length; offset += iSlice)
+        iEvent.GetPartialMessageData(out.data() + offset, 0, offset, std::min(iSlice, length - offset));
+    EXPECT_EQ(out.back(), 0x55) << "wrote past the message length";
+    return Bytes(out.begin(), out.end() - 1);
+}
+
+Bytes Partial(const Vela_Event& iEvent, int iIndex, int iOffset, int iCount) {
+    std::vector<signed char> out(size_t(iCount), 0x55);
+    iEvent.GetPartialMessageData(out.data(), iIndex, iOffset, iCount);
+    return Bytes(out.begin(), out.end());
+}
+
+Vela_Event WithRawType(int iType) {
+    Vela_Event event;
+    const int8_t type = static_cast<int8_t>(iType);
+    std::memcpy(static_cast<void*>(&event), &type, 1);
+    return event;
+}
+
+int16_t Bank(int iMSB, int iLSB) { return static_cast<int16_t>((iMSB << 7) | iLSB); }
+
+}  // namespace
+
+TEST(EventEncoding, ChannelMessagesCarryTheirDataUnmasked) {
+    EXPECT_EQ(Single(Vela_NoteOnEvent(60, 100)), (Bytes{0x90, 60, 100}));
+    EXPECT_EQ(Single(Vela_ControllerEvent(7, 127)), (Bytes{0xB0, 7, 127}));
+    EXPECT_EQ(Single(Vela_MonoPressureEvent(33)), (Bytes{0xD0, 33}));
+    EXPECT_EQ(Single(Vela_PolyPressureEvent(61, 44)), (Bytes{0xA0, 61, 44}));
+    EXPECT_EQ(Single(Vela_NoteOnEvent(-56, 1)), (Bytes{0x90, 200, 1}));  // out of range goes out as stored
+    EXPECT_EQ(Single(Vela_AllNotesOffEvent()), (Bytes{0xB0, 0x7B, 0x00}));
+}
+
+TEST(EventEncoding, NeutralNoteOffGoesOutAsNoteOnWithZeroVelocity) {
+    EXPECT_EQ(Single(Vela_NoteOffEvent(60, 64)), (Bytes{0x90, 0x3C, 0x00}));
+    EXPECT_EQ(Single(Vela_NoteOffEvent(60, 0)), (Bytes{0x80, 0x3C, 0x00}));
+    EXPECT_EQ(Single(Vela_NoteOffEvent(60, 65)), (Bytes{0x80, 0x3C, 0x41}));
+}
+
+TEST(EventEncoding, FourteenBitValuesSplitIntoTwoSevenBitBytes) {
+    EXPECT_EQ(Single(Vela_PitchBendEvent(0)), (Bytes{0xE0, 0x00, 0x40}));
+    EXPECT_EQ(Single(Vela_PitchBendEvent(-8192)), (Bytes{0xE0, 0x00, 0x00}));
+    EXPECT_EQ(Single(Vela_PitchBendEvent(8191)), (Bytes{0xE0, 0x7F, 0x7F}));
+    EXPECT_EQ(Single(Vela_PitchBendEvent(1)), (Bytes{0xE0, 0x01, 0x40}));
+    EXPECT_EQ(Single(Vela_SongPositionEvent(0x3FFF)), (Bytes{0xF2, 0x7F, 0x7F}));
+    EXPECT_EQ(Single(Vela_SongPositionEvent(200)), (Bytes{0xF2, 200 & 0x7F, 200 >> 7}));
+}
+
+TEST(EventEncoding, SystemMessages) {
+    EXPECT_EQ(Single(Vela_StartEvent()), (Bytes{0xFA}));
+    EXPECT_EQ(Single(Vela_ContinueEvent()), (Bytes{0xFB}));
+    EXPECT_EQ(Single(Vela_StopEvent()), (Bytes{0xFC}));
+    EXPECT_EQ(Single(Vela_TimingClockEvent()), (Bytes{0xF8}));
+    EXPECT_EQ(Single(Vela_QuarterFrameEvent(Vela_Event::kMinutesLow, 0xA)), (Bytes{0xF1, 0x4A}));
+}
+
+TEST(EventEncoding, EventsWithoutWireFormYieldNothing) {
+    const Time_TypedLength length(480, kTime_Ticks);
+    const Vela_Event events[] = {Vela_Event(), Vela_NoteWithDurationEvent(60, length, 100, 64),
+                                 Vela_ReleaseControllerEvent(4)};
+    AssertCapture asserts;
+    for (const Vela_Event& event : events) {
+        EXPECT_EQ(event.GetNumMessages(), 0);
+        EXPECT_EQ(event.GetMessageLength(0), 0);
+        signed char out[4] = {0x55, 0x55, 0x55, 0x55};
+        event.GetMessageData(out, 0);
+        event.GetPartialMessageData(out, 0, 0, 3);
+        EXPECT_EQ(out[0], 0x55);
+    }
+    EXPECT_EQ(asserts.Count(), 0u);
+}
+
+TEST(EventEncoding, ProgramSendsOnlyItsEnabledPartsInOrder) {
+    Vela_ProgramEvent program(5, Bank(1, 2));
+    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x00, 0x01}, {0xB0, 0x20, 0x02}, {0xC0, 0x05}}));
+
+    program.SetMSBBankEnable(false);
+    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x20, 0x02}, {0xC0, 0x05}}));
+    EXPECT_EQ(program.GetMessageLength(2), 0);
+    signed char untouched[3] = {0x55, 0x55, 0x55};
+    program.GetMessageData(untouched, 2);
+    EXPECT_EQ(untouched[0], 0x55);
+
+    program.SetLSBBankEnable(false);
+    EXPECT_EQ(Encode(program), (Messages{{0xC0, 0x05}}));
+    program.SetMSBBankEnable(true);
+    program.SetProgramEnable(false);
+    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x00, 0x01}}));
+    program.SetMSBBankEnable(false);
+    EXPECT_EQ(program.GetNumMessages(), 0);
+
+    // Slices of a program message come from the message it names.
+    const Vela_ProgramEvent full(9, Bank(3, 4));
+    EXPECT_EQ(Partial(full, 1, 1, 2), (Bytes{0x20, 0x04}));
+    EXPECT_EQ(Partial(full, 2, 0, 2), (Bytes{0xC0, 0x09}));
+}
+
+TEST(EventEncoding, ShortSysexIsFramedAndSliced) {
+    const unsigned char payload[] = {0x7E, 0x7F, 0x09, 0x01};
+    const Vela_SysexEvent sysex(4, payload);
+    EXPECT_TRUE(sysex.IsMessageSysex(0));
+    EXPECT_TRUE(sysex.IsMessageSysex(7));
+    EXPECT_EQ(sysex.GetMessageLength(0), 6);
+    EXPECT_EQ(Single(sysex), (Bytes{0xF0, 0x7E, 0x7F, 0x09, 0x01, 0xF7}));
+    EXPECT_EQ(Partial(sysex, 0, 0, 3), (Bytes{0xF0, 0x7E, 0x7F}));
+    EXPECT_EQ(Partial(sysex, 0, 3, 3), (Bytes{0x09, 0x01, 0xF7}));
+    // A slice ending on the last payload byte has no F7; the next one is the F7 alone.
+    EXPECT_EQ(Partial(sysex, 0, 1, 4), (Bytes{0x7E, 0x7F, 0x09, 0x01}));
+    EXPECT_EQ(Partial(sysex, 0, 5, 1), (Bytes{0xF7}));
+    EXPECT_EQ(Partial(sysex, 0, 2, 0), Bytes{});
+    EXPECT_EQ(Single(Vela_SysexEvent(0, nullptr)), (Bytes{0xF0, 0xF7}));
+}
+
+TEST(EventEncoding, SlicesOfAnySizeConcatenateToTheWholeMessage) {
+    std::vector<unsigned char> payload(300);
+    for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<unsigned char>(i & 0x7F);
+    for (int payloadLength : {0, 1, 13, 14, 15, 40, 300}) {
+        const Vela_SysexEvent sysex(payloadLength, payload.data());
+        const Bytes whole = Single(sysex);
+        ASSERT_EQ(whole.size(), size_t(payloadLength) + 2);
+        for (int slice : {1, 2, 3, 5, 7, 16, 64, 1000}) {
+            SCOPED_TRACE(testing::Message() << payloadLength << " payload bytes, slices of " << slice);
+            EXPECT_EQ(Sliced(sysex, slice), whole);
+        }
+    }
+}
+
+TEST(EventEncoding, LongSysexFromPacketsIsSentOnlyWhenComplete) {
+    Mem2_MasterAllocator allocator(1 << 16);
+    std::vector<unsigned char> bytes(20, 0x22);
+    bytes.front() = 0xF0;
+    const Vela_SysexPacketEvent noEnd(20, bytes.data(), &allocator);
+    ASSERT_EQ(noEnd.GetType(), Vela_Event::kLongSysex);
+    EXPECT_EQ(noEnd.GetNumMessages(), 0);
+    EXPECT_TRUE(noEnd.IsMessageSysex(0));
+
+    bytes.back() = 0xF7;
+    const Vela_SysexPacketEvent complete(20, bytes.data(), &allocator);
+    EXPECT_EQ(Single(complete), Bytes(bytes.begin(), bytes.end()));
+    for (int slice : {1, 4, 19, 20}) EXPECT_EQ(Sliced(complete, slice), Bytes(bytes.begin(), bytes.end()));
+
+    // A short packet is never a message, and counting it is legal.
+    const Vela_SysexPacketEvent shortPacket(3, bytes.data(), &allocator);
+    AssertCapture asserts;
+    EXPECT_FALSE(shortPacket.IsMessageSysex(0));
+    EXPECT_EQ(shortPacket.GetNumMessages(), 0);
+    EXPECT_EQ(asserts.Count(), 0u);
+}
+
+TEST(EventEncoding, TypesWithoutMessageFormAssertAndWriteNothing) {
+    const Time_TypedLength length(480, kTime_Ticks);
+    struct Case {
+        Vela_Event mEvent;
+        int mCountAsserts;  // GetNumMessages
+    };
+    const unsigned char packetBytes[] = {0xF0, 0x01};
+    const Case cases[] = {
+        {Vela_SysexPacketEvent(2, packetBytes, nullptr), 0},
+        {Vela_ClearNoteInProgressEvent(60, length, 90, 64), 1},
+        {Vela_AddNoteInProgressEvent(60, length, 90, 64), 1},
+        {Vela_PitchToMIDINoteWithDuration(60, length, 90, 64, 0.5f), 1},
+        {Vela_ClipEvent("clip", length), 1},
+        {WithRawType(40), 1},
+        {WithRawType(-3), 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "type " << int(c.mEvent.GetType()));
+        AssertCapture asserts;
+        EXPECT_EQ(c.mEvent.GetNumMessages(), 0);
+        EXPECT_EQ(asserts.Count(), size_t(c.mCountAsserts));
+        asserts.Clear();
+        EXPECT_EQ(c.mEvent.GetMessageLength(0), 0);
+        signed char out[4] = {0x55, 0x55, 0x55, 0x55};
+        c.mEvent.GetMessageData(out, 0);
+        c.mEvent.GetPartialMessageData(out, 0, 0, 2);
+        EXPECT_EQ(out[0], 0x55);
+        ASSERT_EQ(asserts.Count(), 3u);
+        for (size_t i = 0; i < asserts.Count(); ++i) {
+            EXPECT_EQ(asserts.Condition(i), "0");
+            EXPECT_NE(asserts.Texts()[i].find("@$^$@NewFileLibs/Vela/Vela_Event"), std::string::npos);
+        }
+    }
+}
+
+TEST(EventEncoding, EncodingEveryTypeNeverAllocates) {
+    Mem2_MasterAllocator allocator(1 << 16);
+    std::vector<unsigned char> bytes(64, 0x11);
+    bytes.front() = 0xF0;
+    bytes.back() = 0xF7;
+    const Vela_SysexEvent longSysex(40, bytes.data() + 1);
+    const Vela_Event events[] = {
+        Vela_Event(), Vela_NoteOnEvent(60, 1), Vela_NoteOffEvent(60, 64), Vela_PitchBendEvent(-5),
+        Vela_ControllerEvent(1, 2), Vela_ProgramEvent(3, Bank(1, 2)), Vela_MonoPressureEvent(4),
+        Vela_PolyPressureEvent(5, 6), Vela_SongPositionEvent(7), Vela_StartEvent(), Vela_ContinueEvent(),
+        Vela_StopEvent(), Vela_TimingClockEvent(), Vela_SysexEvent(5, bytes.data() + 1), longSysex,
+        Vela_SysexPacketEvent(64, bytes.data(), &allocator), Vela_ReleaseControllerEvent(8),
+        Vela_AllNotesOffEvent(), Vela_QuarterFrameEvent(0x12),
+    };
+    signed char out[128];
+    AllocCounter counter;
+    for (const Vela_Event& event : events) {
+        for (int i = 0; i < event.GetNumMessages(); ++i) {
+            event.GetMessageData(out, i);
+            for (int offset = 0; offset < event.GetMessageLength(i); offset += 2)
+                event.GetPartialMessageData(out, i, offset, 2);
+        }
+    }
+    EXPECT_EQ(counter.Count(), 0u);
+}
