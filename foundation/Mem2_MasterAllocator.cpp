@@ -157,9 +157,12 @@ void Mem2_MasterAllocator::Free(void* iP, Mem2_Statistics* iStatsP) {
     BlockHeader* headerP = mImplP->HeaderOf(iP);
     VELA_ASSERT(headerP != 0);
     if (!headerP) return;
-    const bool wasInUse = headerP->mInUse.exchange(0, std::memory_order_relaxed) != 0;
+    // A plain load and store, not an exchange: this catches a block freed twice in sequence,
+    // which is the mistake that happens; two threads racing to free one block is not checked.
+    const bool wasInUse = headerP->mInUse.load(std::memory_order_relaxed) != 0;
     VELA_ASSERT(wasInUse);
     if (!wasInUse) return;
+    headerP->mInUse.store(0, std::memory_order_relaxed);
     Count(iStatsP, &Mem2_Statistics::mFrees, 1);
     Count(iStatsP, &Mem2_Statistics::mBytesInUse, -static_cast<int64_t>(ClassBytes(headerP->mClassIndex)));
     mImplP->mFreeLists[headerP->mClassIndex].Push(headerP, mImplP->OffsetOf(headerP));
