@@ -1,53 +1,18 @@
-// Streamed form of sysex events, byte for byte, and how damaged blocks are refused.
+// Streamed form of sysex events, byte for byte; damaged blocks; raw images and reference counts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
-#include <new>
-#include <vector>
 
 #include "AssertCapture.h"
+#include "BlockBytes.h"
 #include "Cmn_ChunkyPODVector.h"
-#include "Mdie_SysexDataBase.h"
-#include "Mem2_MasterAllocator.h"
 #include "Cmn_Exception.h"
-#include "Sys_StdStreamHeader.h"
+#include "Mdie_SysexDataBase.h"
 #include "Sys_TypedStream.h"
 #include "Vela_Event.h"
 
 namespace {
-
-using ByteVector = std::vector<uint8_t>;
-
-void Append(ByteVector& ioBytes, int64_t iValue, int iSize) {
-    for (int i = 0; i < iSize; ++i) ioBytes.push_back(static_cast<uint8_t>(iValue >> (8 * i)));
-}
-
-// A block as the framing lays it out: tag length, tag, version, body size, body.
-ByteVector Block(const char* iTag, int16_t iVersion, const ByteVector& iBody) {
-    ByteVector bytes;
-    Append(bytes, static_cast<int64_t>(std::strlen(iTag)), 1);
-    bytes.insert(bytes.end(), iTag, iTag + std::strlen(iTag));
-    Append(bytes, iVersion, 2);
-    Append(bytes, static_cast<int64_t>(iBody.size()), 8);
-    bytes.insert(bytes.end(), iBody.begin(), iBody.end());
-    return bytes;
-}
-
-// The body of an event block: flag, 32-bit length, payload.
-ByteVector EventBody(int8_t iFlag, int32_t iLength, const ByteVector& iPayload) {
-    ByteVector body;
-    Append(body, iFlag, 1);
-    Append(body, iLength, 4);
-    body.insert(body.end(), iPayload.begin(), iPayload.end());
-    return body;
-}
-
-ByteVector Payload(size_t iCount) {
-    ByteVector payload(iCount);
-    for (size_t i = 0; i < iCount; ++i) payload[i] = static_cast<uint8_t>((i * 7 + 3) & 0x7F);
-    return payload;
-}
 
 ByteVector StreamOut(const Vela_Event& iEvent) {
     Sys_MemoryOutStream out;
@@ -81,117 +46,6 @@ protected:
     }
 };
 
-}  // namespace
-
-TEST(EventPersistence, ShortSysexStreamsAsFlagLengthAndInlineBytes) {
-    const ByteVector payload = {0x7E, 0x7F, 0x09, 0x01};
-    const Vela_SysexEvent event(4, payload.data());
-    EXPECT_EQ(StreamOut(event), Block("", 1, EventBody(0, 4, payload)));
-}
-
-TEST(EventPersistence, LongSysexStreamsItsPayloadWithoutTheFraming) {
-    const ByteVector payload = Payload(3000);
-    const Vela_SysexEvent event(3000, payload.data());
-    ASSERT_EQ(event.GetType(), Vela_Event::kLongSysex);
-    EXPECT_EQ(StreamOut(event), Block("", 1, EventBody(0, 3000, payload)));
-}
-
-TEST(EventPersistence, LongPayloadsAreWrittenInPiecesOfAtMost1024Bytes) {
-    const ByteVector payload = Payload(5000);
-    PieceRecordingStream out;
-    Vela_SysexEvent(5000, payload.data()).StreamOut(out);
-    EXPECT_EQ(out.mLargestWrite, 1024u);
-    EXPECT_EQ(out.GetBytes(), Block("", 1, EventBody(0, 5000, payload)));
-}
-
-TEST(EventPersistence, PayloadsOfEverySizeClassRoundTrip) {
-    for (size_t length : {0u, 14u, 15u, 1023u, 1024u, 1025u, 100000u}) {
-        SCOPED_TRACE(length);
-        const ByteVector payload = Payload(length);
-        const Vela_SysexEvent original(static_cast<int>(length), payload.data());
-        const Vela_Event back = StreamIn(StreamOut(original));
-        ASSERT_EQ(back.GetType(), length <= 14 ? Vela_Event::kSysex : Vela_Event::kLongSysex);
-        EXPECT_EQ(PayloadOf(back), payload);
-        if (back.GetType() == Vela_Event::kLongSysex) {
-            // Same content in a new data object: equal content, not the same identity.
-            EXPECT_FALSE(back == original);
-            EXPECT_FALSE(back < original || original < back);
-            const unsigned char* stored = back.AsSysex().GetDirectDataPtr();
-            EXPECT_EQ(stored[0], 0xF0);
-            EXPECT_EQ(stored[length + 1], 0xF7);
-        } else {
-            EXPECT_TRUE(back == original);
-        }
-    }
-}
-
-TEST(EventPersistence, ALongPacketStreamsTheBytesBetweenItsFirstAndLastByte) {
-    ByteVector packet = Payload(20);
-    packet.front() = 0xF0;
-    packet.back() = 0xF7;
-    Mem2_MasterAllocator allocator(64 * 1024);
-    const Vela_SysexPacketEvent event(20, packet.data(), &allocator);
-    ASSERT_EQ(event.GetType(), Vela_Event::kLongSysex);
-    const ByteVector inner(packet.begin() + 1, packet.end() - 1);
-    EXPECT_EQ(StreamOut(event), Block("", 1, EventBody(0, 18, inner)));
-}
-
-TEST(EventPersistence, ANonZeroFlagReadsBackAsTheNullEventAndReleasesTheOldData) {
-    const ByteVector payload = Payload(30);
-    Vela_Event event = Vela_SysexEvent(30, payload.data());
-    const Vela_Event keeper(event);
-    const ByteVector bytes = Block("", 1, EventBody(1, 0, {}));
-    Sys_MemoryInStream in(bytes.data(), bytes.size());
-    event.StreamIn(in);
-    EXPECT_EQ(event.GetType(), Vela_Event::kNull);
-    EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size()));
-    EXPECT_EQ(PayloadOf(keeper), payload);  // the other holder still has its data
-}
-
-TEST(EventPersistence, FieldsAppendedByANewerWriterAreSkipped) {
-    const ByteVector payload = {1, 2, 3};
-    ByteVector body = EventBody(0, 3, payload);
-    body.insert(body.end(), {0xAA, 0xBB, 0xCC, 0xDD});
-    ByteVector bytes = Block("", 1, body);
-    bytes.push_back(0x55);  // whatever follows the block stays unread
-    Sys_MemoryInStream in(bytes.data(), bytes.size());
-    Vela_Event event;
-    event.StreamIn(in);
-    EXPECT_EQ(PayloadOf(event), payload);
-    EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size() - 1));
-}
-
-TEST(EventPersistence, DamagedBlocksThrowStreamExceptionsAndKeepTheEvent) {
-    const ByteVector good = Block("", 1, EventBody(0, 3, {1, 2, 3}));
-    const ByteVector damaged[] = {
-        Block("", 2, EventBody(0, 3, {1, 2, 3})),           // version from the future
-        Block("MdTEL", 1, EventBody(0, 3, {1, 2, 3})),      // wrong tag
-        Block("", 1, EventBody(0, -1, {})),                 // negative length
-        Block("", 1, EventBody(0, 0x7FFFFFFF, {1, 2, 3})),  // length beyond the block
-        Block("", 1, EventBody(0, 4, {1, 2, 3})),           // one byte short
-        Block("", 1, ByteVector{0}),                        // no length at all
-    };
-    for (const ByteVector& bytes : damaged) {
-        Vela_Event event = Vela_StartEvent();
-        Sys_MemoryInStream in(bytes.data(), bytes.size());
-        EXPECT_THROW(event.StreamIn(in), Sys_StreamException);
-        EXPECT_EQ(event.GetType(), Vela_Event::kStart);
-    }
-    for (size_t size = 0; size < good.size(); ++size) {
-        Sys_MemoryInStream in(good.data(), size);
-        Vela_Event event;
-        EXPECT_THROW(event.StreamIn(in), Sys_StreamException) << "truncated to " << size;
-    }
-}
-
-TEST(EventPersistence, OnlySysexEventsStreamAPayload) {
-    AssertCapture capture;
-    EXPECT_EQ(StreamOut(Vela_NoteOnEvent(60, 100)), Block("", 1, {}));
-    ASSERT_EQ(capture.Count(), 1u);
-    EXPECT_EQ(capture.Texts()[0], "0@$^$@NewFileLibs/Vela/Vela_EventPersistence.cpp");
-}
-
-namespace {
 
 // An event kept as raw bytes, the way the segmented record vectors keep them.
 struct EventImage {
@@ -223,6 +77,93 @@ int32_t RefCountOf(const Vela_Event& iLongSysex) {
 }
 
 }  // namespace
+
+TEST(EventPersistence, SysexStreamsAsFlagLengthAndPayloadInPiecesOfAtMost1024Bytes) {
+    const ByteVector shortPayload = {0x7E, 0x7F, 0x09, 0x01};
+    EXPECT_EQ(StreamOut(Vela_SysexEvent(4, shortPayload.data())), SysexBlock(shortPayload));
+
+    const ByteVector longPayload = Payload(3000);
+    PieceRecordingStream out;
+    Vela_SysexEvent(3000, longPayload.data()).StreamOut(out);
+    EXPECT_EQ(out.GetBytes(), SysexBlock(longPayload));  // no F0, no F7, no piece markers
+    EXPECT_EQ(out.mLargestWrite, 1024u);
+}
+
+TEST(EventPersistence, PayloadsOfEverySizeClassRoundTrip) {
+    for (size_t length : {0u, 14u, 15u, 1023u, 1024u, 1025u, 100000u}) {
+        SCOPED_TRACE(length);
+        const ByteVector payload = Payload(length);
+        const Vela_SysexEvent original(static_cast<int>(length), payload.data());
+        const Vela_Event back = StreamIn(StreamOut(original));
+        ASSERT_EQ(back.GetType(), length <= 14 ? Vela_Event::kSysex : Vela_Event::kLongSysex);
+        EXPECT_EQ(PayloadOf(back), payload);
+        if (back.GetType() == Vela_Event::kLongSysex) {
+            // Same content in a new data object: equal content, not the same identity.
+            EXPECT_FALSE(back == original);
+            EXPECT_FALSE(back < original || original < back);
+            const unsigned char* stored = back.AsSysex().GetDirectDataPtr();
+            EXPECT_EQ(stored[0], 0xF0);
+            EXPECT_EQ(stored[length + 1], 0xF7);
+        } else {
+            EXPECT_TRUE(back == original);
+        }
+    }
+}
+
+TEST(EventPersistence, ANonZeroFlagReadsBackAsTheNullEventAndReleasesTheOldData) {
+    const ByteVector payload = Payload(30);
+    Vela_Event event = Vela_SysexEvent(30, payload.data());
+    const Vela_Event keeper(event);
+    const ByteVector bytes = Block("", 1, SysexBody(1, 0, {}));
+    Sys_MemoryInStream in(bytes.data(), bytes.size());
+    event.StreamIn(in);
+    EXPECT_EQ(event.GetType(), Vela_Event::kNull);
+    EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size()));
+    EXPECT_EQ(PayloadOf(keeper), payload);  // the other holder still has its data
+}
+
+TEST(EventPersistence, FieldsAppendedByANewerWriterAreSkipped) {
+    const ByteVector payload = {1, 2, 3};
+    ByteVector body = SysexBody(0, 3, payload);
+    body.insert(body.end(), {0xAA, 0xBB, 0xCC, 0xDD});
+    ByteVector bytes = Block("", 1, body);
+    bytes.push_back(0x55);  // whatever follows the block stays unread
+    Sys_MemoryInStream in(bytes.data(), bytes.size());
+    Vela_Event event;
+    event.StreamIn(in);
+    EXPECT_EQ(PayloadOf(event), payload);
+    EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size() - 1));
+}
+
+TEST(EventPersistence, DamagedBlocksThrowStreamExceptionsAndKeepTheEvent) {
+    const ByteVector good = Block("", 1, SysexBody(0, 3, {1, 2, 3}));
+    const ByteVector damaged[] = {
+        Block("", 2, SysexBody(0, 3, {1, 2, 3})),           // version from the future
+        Block("MdTEL", 1, SysexBody(0, 3, {1, 2, 3})),      // wrong tag
+        Block("", 1, SysexBody(0, -1, {})),                 // negative length
+        Block("", 1, SysexBody(0, 0x7FFFFFFF, {1, 2, 3})),  // length beyond the block
+        Block("", 1, SysexBody(0, 4, {1, 2, 3})),           // one byte short
+        Block("", 1, ByteVector{0}),                        // no length at all
+    };
+    for (const ByteVector& bytes : damaged) {
+        Vela_Event event = Vela_StartEvent();
+        Sys_MemoryInStream in(bytes.data(), bytes.size());
+        EXPECT_THROW(event.StreamIn(in), Sys_StreamException);
+        EXPECT_EQ(event.GetType(), Vela_Event::kStart);
+    }
+    for (size_t size = 0; size < good.size(); ++size) {
+        Sys_MemoryInStream in(good.data(), size);
+        Vela_Event event;
+        EXPECT_THROW(event.StreamIn(in), Sys_StreamException) << "truncated to " << size;
+    }
+}
+
+TEST(EventPersistence, OnlySysexEventsStreamAPayload) {
+    AssertCapture capture;
+    EXPECT_EQ(StreamOut(Vela_NoteOnEvent(60, 100)), Block("", 1, {}));
+    ASSERT_EQ(capture.Count(), 1u);
+    EXPECT_EQ(capture.Texts()[0], "0@$^$@NewFileLibs/Vela/Vela_EventPersistence.cpp");
+}
 
 TEST(EventPersistence, RawImagesInASegmentedVectorKeepReferenceCountsExact) {
     const ByteVector payload = Payload(40);
