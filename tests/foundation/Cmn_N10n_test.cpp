@@ -37,8 +37,6 @@ TEST(Cmn_N10n, DeliversToEverySubscriberUntilItGoes) {
     EXPECT_EQ(Cmn_N10nCenter::Sender()->GetSubscriberCount(Cmn_MsgId::Of<TestMsg>()), 0u);
 }
 
-TEST(Cmn_N10n, SenderIsProcessWide) { EXPECT_EQ(Cmn_N10nCenter::Sender().get(), Cmn_N10nCenter::Sender().get()); }
-
 TEST(Cmn_N10n, HandlerOfTheWrongTypeIsReportedAndSkipped) {
     AssertCapture capture;
     int calls = 0;

@@ -7,7 +7,6 @@
 
 #include <pugixml.hpp>
 
-#include "Cmn_String.h"
 #include "Time_Typed.h"
 
 TEST(Cmn_XMLNode, ChildrenKeepAppendOrderAndValues) {
@@ -65,10 +64,4 @@ TEST(Cmn_XMLNode, TimeValuesDumpCountAndKind) {
     Cmn_XMLNodePtr length = Time_TypedLength(std::numeric_limits<int64_t>::max(), kTime_Ticks).GetAsXML("Length");
     EXPECT_EQ(length->FindChild("Count")->GetValue(), "9223372036854775807");
     EXPECT_EQ(length->FindChild("Kind")->GetValue(), "Ticks");
-}
-
-TEST(Cmn_String, Int32ToStringCoversTheRange) {
-    EXPECT_EQ(Cmn_Int32ToString(0), "0");
-    EXPECT_EQ(Cmn_Int32ToString(std::numeric_limits<int32_t>::min()), "-2147483648");
-    EXPECT_EQ(Cmn_Int32ToString(std::numeric_limits<int32_t>::max()), "2147483647");
 }

@@ -105,18 +105,6 @@ TEST(Sys_TypedStream, NegativeSizesAndBadSeeksThrow) {
     EXPECT_THROW(in.SetPos(5), Sys_StreamException);
 }
 
-TEST(Sys_TypedStream, OverwriteInPlaceThenContinueAtEnd) {
-    Sys_MemoryOutStream out;
-    out.Write(static_cast<int32_t>(0));
-    out.Write(static_cast<int8_t>(9));
-    out.SetPos(0);
-    out.Write(static_cast<int32_t>(0x04030201));
-    out.SetPos(5);
-    out.Write(static_cast<int8_t>(10));
-    const std::vector<uint8_t> expected{1, 2, 3, 4, 9, 10};
-    EXPECT_EQ(out.GetBytes(), expected);
-}
-
 TEST(Sys_TypedStream, FileRoundTrip) {
     std::string path = testing::TempDir() + "vela_typed_stream_" + std::to_string(getpid()) + ".bin";
     {
