@@ -22,6 +22,11 @@ size_t AllocCounter::Count() const { return tAllocations - mStart; }
 void AllocCounter::Reset() { mStart = tAllocations; }
 size_t AllocCounterThreadTotal() { return tAllocations; }
 
+#if defined(VELA_ALLOC_COUNTER_OFF)
+bool AllocCounter::IsCounting() { return false; }
+#else
+bool AllocCounter::IsCounting() { return true; }
+
 // Replacements of the global allocation functions for every test program.
 void* operator new(size_t iSize) { return CountedAlloc(iSize, 0); }
 void* operator new[](size_t iSize) { return CountedAlloc(iSize, 0); }
@@ -49,3 +54,4 @@ void operator delete(void* iP, std::align_val_t) noexcept { std::free(iP); }
 void operator delete[](void* iP, std::align_val_t) noexcept { std::free(iP); }
 void operator delete(void* iP, size_t, std::align_val_t) noexcept { std::free(iP); }
 void operator delete[](void* iP, size_t, std::align_val_t) noexcept { std::free(iP); }
+#endif
