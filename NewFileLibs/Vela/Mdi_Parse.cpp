@@ -12,6 +12,7 @@ constexpr unsigned char kFirstChannelModeController = 120;
 constexpr unsigned char kNoteOffStatus = 0x80;
 constexpr unsigned char kNoteOffVelocityForZeroNoteOn = 64;
 constexpr int kPitchBendCentreMSB = 64;
+constexpr int kLongestChannelMessage = 3;
 
 // Message lengths. A sysex (0) grows until its F7; F4, F5 and a lone F7 (kDropAtOnce) end at
 // their status byte without reaching a handler.
@@ -54,49 +55,86 @@ bool Mdi_Parse::MidiStream(const unsigned char* iBytes, short iLength) {
     // The count lives in a register while bytes are appended (stores into the byte buffer
     // would otherwise force it to be reloaded); handlers see it written back.
     int count = mCount;
+    const unsigned char* byteP = iBytes;
     const unsigned char* const end = iBytes + (iLength > 0 ? iLength : 0);
-    for (const unsigned char* byteP = iBytes; byteP != end; ++byteP) {
-        const unsigned char b = *byteP;
-        if (b < 0x80) {
-            if (count == 0) {
-                if (mRunningStatus == 0) continue;  // stray data
-                mBuffer[0] = mRunningStatus;
-                count = 1;
-            }
-            mBuffer[count++] = b;
-            if (count != LengthOf(mBuffer[0])) {
-                // Only a sysex grows past 3 bytes; one that no longer fits is dropped, and
-                // with no running status its remaining data falls away as stray bytes.
-                if (count > kMaxSysexBeforeEnd) count = 0;
+    while (byteP != end) {
+        if (count == 0 && end - byteP >= kLongestChannelMessage) {
+            const unsigned char* const nextP = ReadWholeChannelMessage(byteP);
+            if (nextP != nullptr) {
+                result = DispatchMessage();
+                byteP = nextP;
                 continue;
             }
-        } else if (b >= kFirstRealTime) {
-            // Real-time bytes leave the message being assembled untouched.
-            mCount = static_cast<int16_t>(count);
-            result = ParseRealTime(byteP);
-            count = mCount;
-            continue;
-        } else if (b == kSysexEnd && count > 0 && mBuffer[0] == kSysexStart) {
-            mBuffer[count++] = kSysexEnd;
-            mCount = static_cast<int16_t>(count);
-            result = ParseSysEx(mBuffer, static_cast<short>(count));
-            count = 0;
-            continue;
-        } else {
-            // A status byte drops any partial message; system common cancels running status.
-            mRunningStatus = b < kFirstSystemStatus ? b : 0;
-            mBuffer[0] = b;
-            count = 1;
-            const int length = LengthOf(b);
-            if (length == kDropAtOnce) count = 0;
-            if (length != 1) continue;
         }
-        mCount = static_cast<int16_t>(count);
-        result = DispatchMessage();
-        count = 0;
+        count = ConsumeByte(byteP++, count, result);
     }
     mCount = static_cast<int16_t>(count);
     return result;
+}
+
+// Between messages, a whole channel voice message (with its status byte or under running
+// status) is taken in one step with no per-byte branching; anything else (system and
+// real-time bytes, a message cut by a status byte, stray data) goes byte by byte. Both paths
+// leave the same state, so slicing the input never changes the result.
+const unsigned char* Mdi_Parse::ReadWholeChannelMessage(const unsigned char* iByteP) {
+    const unsigned first = iByteP[0];
+    const bool hasStatus = first >= 0x80;
+    const unsigned status = hasStatus ? first : mRunningStatus;
+    if (status - 0x80u >= kFirstSystemStatus - 0x80u) return nullptr;  // none (0), system or real time
+    const unsigned char* const dataP = iByteP + (hasStatus ? 1 : 0);
+    // Program change and channel pressure (0xC, 0xD) carry one data byte, the others two;
+    // computed rather than looked up, as it lies on the path from one message to the next.
+    const bool oneDataByte = ((status >> 4) - 0xCu) < 2u;
+    // The caller guarantees three readable bytes, so dataP[1] may be read even when unused.
+    const unsigned data1 = dataP[0];
+    const unsigned data2 = oneDataByte ? 0u : dataP[1];
+    if ((data1 | data2) & 0x80) return nullptr;  // interrupted: the byte path sorts it out
+    mRunningStatus = static_cast<uint8_t>(status);
+    mBuffer[0] = static_cast<unsigned char>(status);
+    mBuffer[1] = static_cast<unsigned char>(data1);
+    mBuffer[2] = static_cast<unsigned char>(data2);
+    mCount = static_cast<int16_t>(oneDataByte ? 2 : 3);
+    return dataP + (oneDataByte ? 1 : 2);
+}
+
+// One byte of any kind; returns the new count. Handlers see the count written back.
+int Mdi_Parse::ConsumeByte(const unsigned char* iByteP, int iCount, bool& ioResult) {
+    const unsigned char b = *iByteP;
+    int count = iCount;
+    if (b < 0x80) {
+        if (count == 0) {
+            if (mRunningStatus == 0) return 0;  // stray data
+            mBuffer[0] = mRunningStatus;
+            count = 1;
+        }
+        mBuffer[count++] = b;
+        if (count != LengthOf(mBuffer[0])) {
+            // Only a sysex grows past 3 bytes; one that no longer fits is dropped, and with
+            // no running status its remaining data falls away as stray bytes.
+            return count > kMaxSysexBeforeEnd ? 0 : count;
+        }
+    } else if (b >= kFirstRealTime) {
+        // Real-time bytes leave the message being assembled untouched.
+        mCount = static_cast<int16_t>(count);
+        ioResult = ParseRealTime(iByteP);
+        return mCount;
+    } else if (b == kSysexEnd && count > 0 && mBuffer[0] == kSysexStart) {
+        mBuffer[count++] = kSysexEnd;
+        mCount = static_cast<int16_t>(count);
+        ioResult = ParseSysEx(mBuffer, static_cast<short>(count));
+        return 0;
+    } else {
+        // A status byte drops any partial message; system common cancels running status.
+        mRunningStatus = b < kFirstSystemStatus ? b : 0;
+        mBuffer[0] = b;
+        const int length = LengthOf(b);
+        if (length == kDropAtOnce) return 0;
+        if (length != 1) return 1;
+        count = 1;
+    }
+    mCount = static_cast<int16_t>(count);
+    ioResult = DispatchMessage();
+    return 0;
 }
 
 bool Mdi_Parse::DispatchMessage() {

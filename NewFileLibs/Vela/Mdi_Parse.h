@@ -75,6 +75,8 @@ protected:
     virtual bool ParseTuneRequest(const unsigned char* iMessage);
 
 private:
+    const unsigned char* ReadWholeChannelMessage(const unsigned char* iByteP);
+    int ConsumeByte(const unsigned char* iByteP, int iCount, bool& ioResult);
     // Routes the complete message in mBuffer (mCount bytes) to its handler.
     bool DispatchMessage();
     bool DispatchNoteOn();

@@ -275,6 +275,24 @@ TEST(MdiParse, ACopyContinuesTheMessageInProgress) {
     EXPECT_EQ(sysexCopy.mCalls, (std::vector<Call>{{kSysEx, {0xF0, 0x01, 0x02, 0x03, 0xF7}, -1}}));
 }
 
+TEST(MdiParse, AHandlerMayClearTheRunningStatus) {
+    // Whether the note arrives whole or byte by byte, the reset inside the handler holds.
+    struct Parser : RecordingParser {
+        bool ParseNoteOn(const unsigned char* iMessage) override {
+            ClearRunningStatus();
+            return RecordingParser::ParseNoteOn(iMessage);
+        }
+    };
+    const Bytes input{0x90, 0x3C, 0x40, 0x3E, 0x40, 0x3F, 0x40};
+    Parser whole;
+    Feed(whole, input);
+    Parser byByte;
+    for (unsigned char b : input) byByte.MidiStream(&b, 1);
+    for (Parser* parser : {&whole, &byByte}) {
+        EXPECT_EQ(parser->mCalls, (std::vector<Call>{{kNoteOn, {0x90, 0x3C, 0x40}, -1}}));
+    }
+}
+
 // A stream of every kind of byte: valid messages, running status, real time, sysex (some too
 // long), stray data, undefined and interrupting status bytes.
 Bytes MixedStream(uint32_t iSeed, size_t iLength) {
@@ -416,6 +434,28 @@ TEST(MdiParseToEventReceiver, WithoutAReceiverDeliversNothingAndStillAnswersTrue
     Mdi_ParseToEventReceiver parser;
     EXPECT_EQ(parser.GetEventReceiver(), nullptr);
     EXPECT_TRUE(Feed(parser, {0x90, 0x3C, 0x40, 0xC0, 0x01, 0xE0, 0x00, 0x40}));
+}
+
+// Every channel voice event, turned into bytes by the event's own encoding and parsed back,
+// comes out as the same event on the same channel.
+TEST(MdiParseToEventReceiver, EncodedChannelEventsParseBackToThemselves) {
+    const Vela_ProgramEvent program(0x15, static_cast<int16_t>(0xC000));
+    const Vela_Event events[] = {Vela_NoteOnEvent(60, 100),      Vela_NoteOffEvent(0, 0),      Vela_NoteOffEvent(127, 127),
+                                 Vela_PolyPressureEvent(64, 3),  Vela_ControllerEvent(1, 127), Vela_ControllerEvent(119, 0),
+                                 program,                        Vela_MonoPressureEvent(77),   Vela_PitchBendEvent(0),
+                                 Vela_PitchBendEvent(8191),      Vela_PitchBendEvent(-8192),   Vela_PitchBendEvent(-1)};
+    for (const Vela_Event& event : events) {
+        for (int channel : {0, 9, 15}) {
+            ASSERT_EQ(event.GetNumMessages(), 1) << "type " << int(event.GetType());
+            signed char data[16] = {};
+            event.GetMessageData(data, 0);
+            Bytes wire(data, data + event.GetMessageLength(0));
+            wire[0] = static_cast<unsigned char>(wire[0] | channel);
+            const Received got = ParseOneEvent(wire);
+            EXPECT_TRUE(got.mEvent == event) << "type " << int(event.GetType()) << " channel " << channel;
+            EXPECT_EQ(got.mChannel, channel);
+        }
+    }
 }
 
 TEST(MdiParseToEventReceiver, ParsingAllocatesNothing) {
