@@ -75,12 +75,6 @@ TEST_F(Mdie_ChaseTrackerTest, TrackingIgnoresSubStreamsTheMapLacks) {
     for (int number : {0, 120, 127}) mTracker.TrackEvent(Vela_ControllerEvent(static_cast<int8_t>(number), 9));
     mTracker.TrackEvent(Vela_PolyPressureEvent(60, 9));
     mTracker.TrackEvent(Vela_NoteOnEvent(60, 9));
-    for (int32_t index = 0; index < Mdie_SubStream::GetNumIndices(); ++index) {
-        Mdie_ChaseTracker_ChasingEntry entry;
-        if (mTracker.GetChasingEntry(entry, index)) {
-            EXPECT_FALSE(entry.mActive) << index;
-        }
-    }
     EXPECT_FALSE(mTracker.IsTracking(Cc(0)));
     EXPECT_FALSE(mTracker.IsTracking(Mdie_SubStream::PolyPressure(60)));
     mTracker.DoCurrentPositionChase(mReceiver);
@@ -308,22 +302,6 @@ TEST_F(Mdie_ChaseTrackerTest, AReleaseEventDeactivatesItsReleasingEntry) {
     EXPECT_FALSE(mTracker.IsActive(kBend));
     mTracker.DoMute(mReceiver);
     EXPECT_EQ(mReceiver.Count(), 0u);
-}
-
-TEST_F(Mdie_ChaseTrackerTest, IteratorsWalkActiveEntriesInEntryOrder) {
-    mTracker.TrackEvent(Vela_PitchBendEvent(500));
-    mTracker.TrackEvent(Vela_ControllerEvent(7, 90));
-    mTracker.TrackEvent(Vela_ControllerEvent(64, 127));
-    Mdie_ChaseTracker_ActiveChasingIterator chasing(mTracker);
-    Mdie_ChaseTracker_ChasingEntry entry;
-    std::vector<Mdie_SubStream> seen;
-    while (chasing.Next(entry)) seen.push_back(entry.mSubStream);
-    EXPECT_EQ(seen, (std::vector<Mdie_SubStream>{Cc(7), kSustain, kBend}));
-    Mdie_ChaseTracker_ActiveReleasingIterator releasing(mTracker);
-    Mdie_ChaseTracker_ReleasingEntry released;
-    seen.clear();
-    while (releasing.Next(released)) seen.push_back(released.mSubStream);
-    EXPECT_EQ(seen, (std::vector<Mdie_SubStream>{kSustain, kBend}));
 }
 
 TEST(Mdie_ChaseTracker, ANullMapIsReportedAndTheTrackerFollowsNothing) {
