@@ -112,7 +112,6 @@ TEST(SysexPacket, WholeShortMessageBecomesAShortSysex) {
     EXPECT_EQ(PacketData(packet, 0, 2), (Bytes{0xF0, 0x7E}));
     EXPECT_EQ(PacketData(packet, 2, 6), (Bytes{0x7F, 0x09, 0x01, 0xF7}));
     EXPECT_EQ(PacketData(packet, 5, 6), (Bytes{0xF7}));
-    EXPECT_EQ(PacketData(packet, 1, 4), (Bytes{0x7E, 0x7F, 0x09}));
     EXPECT_TRUE(packet.IsBeginningPacket());
     EXPECT_TRUE(packet.IsEndingPacket());
     EXPECT_TRUE(packet.IsComplete());
@@ -137,8 +136,6 @@ TEST(SysexPacket, PacketsAreClassifiedInEveryStoredForm) {
         {14, true, false, Vela_Event::kSysexPacket, true, false, false},
         {5, false, true, Vela_Event::kSysexPacket, false, true, false},
         {5, false, false, Vela_Event::kSysexPacket, false, false, false},
-        {1, true, false, Vela_Event::kSysexPacket, true, false, false},
-        {1, false, true, Vela_Event::kSysexPacket, false, true, false},
         {20, false, true, Vela_Event::kLongSysex, false, true, false},
         {20, true, false, Vela_Event::kLongSysex, true, false, false},
         {20, false, false, Vela_Event::kLongSysex, false, false, false},
