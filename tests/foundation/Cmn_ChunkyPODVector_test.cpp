@@ -22,13 +22,8 @@ std::vector<Record> Sequence(int iFirst, int iCount) {
     return records;
 }
 
-std::vector<int> Keys(const Cmn_ChunkyPODVector<Record>& iVector) {
-    std::vector<int> keys;
-    for (const Record& record : iVector) keys.push_back(record.mKey);
-    return keys;
-}
-
-std::vector<int> Keys(const std::vector<Record>& iRecords) {
+template <class TContainer>
+std::vector<int> Keys(const TContainer& iRecords) {
     std::vector<int> keys;
     for (const Record& record : iRecords) keys.push_back(record.mKey);
     return keys;
