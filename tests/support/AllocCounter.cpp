@@ -5,15 +5,6 @@
 
 namespace {
 thread_local size_t tAllocations = 0;
-
-void* CountedAlloc(size_t iSize, size_t iAlign) {
-    ++tAllocations;
-    if (iSize == 0) iSize = 1;
-    void* p = iAlign > alignof(std::max_align_t) ? std::aligned_alloc(iAlign, (iSize + iAlign - 1) / iAlign * iAlign)
-                                                 : std::malloc(iSize);
-    if (!p) throw std::bad_alloc();
-    return p;
-}
 }  // namespace
 
 AllocCounter::AllocCounter() : mStart(tAllocations) {}
@@ -26,6 +17,17 @@ size_t AllocCounterThreadTotal() { return tAllocations; }
 bool AllocCounter::IsCounting() { return false; }
 #else
 bool AllocCounter::IsCounting() { return true; }
+
+namespace {
+void* CountedAlloc(size_t iSize, size_t iAlign) {
+    ++tAllocations;
+    if (iSize == 0) iSize = 1;
+    void* p = iAlign > alignof(std::max_align_t) ? std::aligned_alloc(iAlign, (iSize + iAlign - 1) / iAlign * iAlign)
+                                                 : std::malloc(iSize);
+    if (!p) throw std::bad_alloc();
+    return p;
+}
+}  // namespace
 
 // Replacements of the global allocation functions for every test program.
 void* operator new(size_t iSize) { return CountedAlloc(iSize, 0); }
