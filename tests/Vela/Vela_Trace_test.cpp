@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "AllocCounter.h"
+#include "Mem2_MasterAllocator.h"
+#include "Vela_Event.h"
 
 namespace {
 
@@ -135,6 +137,33 @@ TEST(TraceClient, HostFacingEntryPointsWork) {
     const auto lines = LinesWith(marker);
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0], "00000007 a b " + marker);
+}
+
+TEST(TraceClient, LibraryCodeTracesThroughTheClient) {
+    // A file of this process alone, so the lines can be checked in full and in order.
+    const std::string sharedFile = std::getenv("ORBITRACE_FILE");
+    const std::string file = sharedFile + "." + std::to_string(getpid());
+    const auto reload = EntryPoint<void (*)()>("OrbiTraceReloadConfigsFunc");
+    setenv("ORBITRACE_FILE", file.c_str(), 1);
+    reload();
+    {
+        Mem2_MasterAllocator allocator(1 << 16);
+        unsigned char bytes[20] = {0xF0, 0x43, 0x10};  // too long to stay inside the event
+        const Vela_SysexPacketEvent packet(sizeof bytes, bytes, &allocator);
+        EXPECT_EQ(packet.GetType(), Vela_Event::kLongSysex);
+    }
+    setenv("ORBITRACE_FILE", sharedFile.c_str(), 1);
+    reload();
+
+    std::ifstream in(file);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    std::remove(file.c_str());
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].rfind("02000f27 Vela_SysexPacketEvent alloc ", 0), 0u) << lines[0];
+    EXPECT_EQ(lines[0].substr(lines[0].size() - 3), " 20");
+    EXPECT_EQ(lines[1].rfind("02000f27 Mdie_SysexDataRT::New ", 0), 0u) << lines[1];
+    EXPECT_EQ(lines[2].rfind("02000f27 Mdie_SysexDataRT free ", 0), 0u) << lines[2];
 }
 
 TEST(TraceClientThreads, LinesFromSeveralThreadsStayWhole) {
