@@ -126,19 +126,6 @@ TEST(TraceClient, TheLibrarysCategoryFilterDecidesWhatIsActive) {
     EXPECT_TRUE(Vela_TraceClient::IsActive(0x11));
 }
 
-TEST(TraceClient, HostFacingEntryPointsWork) {
-    const auto path = EntryPoint<const char* (*)()>("OrbiTraceGetTracePath");
-    ASSERT_NE(path, nullptr);
-    EXPECT_STREQ(path(), std::getenv("ORBITRACE_FILE"));
-
-    const std::string marker = Marker();
-    const auto putsNoBreaks = EntryPoint<void (*)(unsigned int, const char*)>("OrbiTracePutsNoBreaks");
-    putsNoBreaks(7, ("a\nb " + marker).c_str());
-    const auto lines = LinesWith(marker);
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0], "00000007 a b " + marker);
-}
-
 TEST(TraceClient, LibraryCodeTracesThroughTheClient) {
     // A file of this process alone, so the lines can be checked in full and in order.
     const std::string sharedFile = std::getenv("ORBITRACE_FILE");
