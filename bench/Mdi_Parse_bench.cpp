@@ -1,0 +1,179 @@
+// W1: a 64 MiB MIDI input stream fed in 4096-byte slices to one parser that keeps its state
+// across slices. Every channel voice event is folded into the workload's canonical hash, so
+// each implementation is checked to do exactly the same work. Beside the library's parser:
+// ALSA's byte encoder (when installed) and two reference passes (classify bytes, memcpy).
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "Mdi_Parse.h"
+#include "workloads.h"
+
+#ifdef VELA_BENCH_HAVE_ALSA
+#include <alsa/asoundlib.h>
+#endif
+
+namespace {
+
+constexpr uint64_t kW1Events = 26'209'403;
+constexpr uint64_t kW1Hash = 0x28a4bb74af752ee7ull;
+
+const std::vector<uint8_t>& W1Stream() {
+    static const std::vector<uint8_t> sStream = [] {
+        wl::W1Info info;
+        return wl::gen_w1(info);
+    }();
+    return sStream;
+}
+
+// Rates per second over the measured time, and the check against the workload's figures.
+void Finish(benchmark::State& ioState, const wl::W1Sink& iSink, uint64_t iExpectCount, uint64_t iExpectHash) {
+    if (iSink.count != iExpectCount || iSink.hash != iExpectHash) {
+        ioState.SkipWithError("W1 checksum mismatch");
+        return;
+    }
+    const double bytes = static_cast<double>(W1Stream().size()) * static_cast<double>(ioState.iterations());
+    ioState.counters["MB/s"] = benchmark::Counter(bytes / 1e6, benchmark::Counter::kIsRate);
+    ioState.counters["msgs/s"] =
+        benchmark::Counter(static_cast<double>(iExpectCount) * static_cast<double>(ioState.iterations()),
+                           benchmark::Counter::kIsRate);
+}
+
+template <class FeedSlice>
+void ForEachSlice(const std::vector<uint8_t>& iStream, FeedSlice&& iFeed) {
+    for (size_t at = 0; at < iStream.size(); at += wl::kW1Slice) {
+        iFeed(iStream.data() + at, std::min(wl::kW1Slice, iStream.size() - at));
+    }
+}
+
+// ---------------------------------------------------------------- the library's parser
+
+class HashingReceiver : public Mdie_EventReceiver {
+public:
+    explicit HashingReceiver(const Mdi_Parse& iParser) : mParser(iParser) {}
+    void ReceiveEvent(const Vela_Event& iEvent) override {
+        const unsigned ch = static_cast<unsigned>(mParser.GetChannel());
+        switch (iEvent.GetType()) {
+            case Vela_Event::kNoteOn:
+                mSink.put(wl::canon_noteon(ch, U(iEvent.AsNoteOn().GetPitch()), U(iEvent.AsNoteOn().GetVelocity())));
+                break;
+            case Vela_Event::kNoteOff:
+                mSink.put(wl::canon_noteoff(ch, U(iEvent.AsNoteOff().GetPitch()), U(iEvent.AsNoteOff().GetVelocity())));
+                break;
+            case Vela_Event::kController:
+                mSink.put(wl::canon_cc(ch, U(iEvent.AsController().GetControllerNumber()), U(iEvent.AsController().GetValue())));
+                break;
+            case Vela_Event::kProgram: mSink.put(wl::canon_prog(ch, U(iEvent.AsProgram().GetProgram()))); break;
+            case Vela_Event::kMonoPressure: mSink.put(wl::canon_chanpress(ch, U(iEvent.AsMonoPressure().GetPressure()))); break;
+            case Vela_Event::kPitchBend:
+                mSink.put(wl::canon_bend14(ch, static_cast<unsigned>(iEvent.AsPitchBend().GetBendValue() + 8192)));
+                break;
+            default: mSink.put(0); break;  // not produced by W1; counted so a stray one fails the check
+        }
+    }
+    wl::W1Sink mSink;
+
+private:
+    static unsigned U(int8_t iByte) { return static_cast<uint8_t>(iByte); }
+    const Mdi_Parse& mParser;
+};
+
+void W1_VelaParse(benchmark::State& ioState) {
+    const std::vector<uint8_t>& stream = W1Stream();
+    wl::W1Sink last;
+    for (auto _ : ioState) {
+        Mdi_ParseToEventReceiver parser;
+        HashingReceiver receiver(parser);
+        parser.SetEventReceiver(&receiver);
+        ForEachSlice(stream, [&](const uint8_t* iBytes, size_t iLength) {
+            parser.MidiStream(iBytes, static_cast<short>(iLength));
+        });
+        last = receiver.mSink;
+    }
+    Finish(ioState, last, kW1Events, kW1Hash);
+}
+BENCHMARK(W1_VelaParse)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+
+// ---------------------------------------------------------------- ALSA's byte encoder
+
+#ifdef VELA_BENCH_HAVE_ALSA
+void HashAlsaEvent(wl::W1Sink& ioSink, const snd_seq_event_t& iEvent) {
+    const snd_seq_ev_note_t& note = iEvent.data.note;
+    const snd_seq_ev_ctrl_t& control = iEvent.data.control;
+    switch (iEvent.type) {
+        case SND_SEQ_EVENT_NOTEON: ioSink.put(wl::canon_noteon(note.channel, note.note, note.velocity)); break;
+        case SND_SEQ_EVENT_NOTEOFF: ioSink.put(wl::canon_noteoff(note.channel, note.note, note.velocity)); break;
+        case SND_SEQ_EVENT_CONTROLLER:
+            ioSink.put(wl::canon_cc(control.channel, control.param, static_cast<unsigned>(control.value)));
+            break;
+        case SND_SEQ_EVENT_PGMCHANGE: ioSink.put(wl::canon_prog(control.channel, static_cast<unsigned>(control.value))); break;
+        case SND_SEQ_EVENT_CHANPRESS:
+            ioSink.put(wl::canon_chanpress(control.channel, static_cast<unsigned>(control.value)));
+            break;
+        case SND_SEQ_EVENT_PITCHBEND:
+            ioSink.put(wl::canon_bend14(control.channel, static_cast<unsigned>(control.value + 8192)));
+            break;
+        case SND_SEQ_EVENT_CLOCK:
+        case SND_SEQ_EVENT_SYSEX: break;  // recognised, not hashed
+        default: ioSink.put(0); break;
+    }
+}
+
+void W1_AlsaEncodeByte(benchmark::State& ioState) {
+    const std::vector<uint8_t>& stream = W1Stream();
+    wl::W1Sink last;
+    for (auto _ : ioState) {
+        snd_midi_event_t* encoderP = nullptr;
+        if (snd_midi_event_new(256, &encoderP) < 0) {
+            ioState.SkipWithError("snd_midi_event_new failed");
+            return;
+        }
+        wl::W1Sink sink;
+        snd_seq_event_t event;
+        ForEachSlice(stream, [&](const uint8_t* iBytes, size_t iLength) {
+            for (size_t i = 0; i < iLength; ++i) {
+                if (snd_midi_event_encode_byte(encoderP, iBytes[i], &event) > 0) HashAlsaEvent(sink, event);
+            }
+        });
+        snd_midi_event_free(encoderP);
+        last = sink;
+    }
+    Finish(ioState, last, kW1Events, kW1Hash);
+}
+BENCHMARK(W1_AlsaEncodeByte)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+#endif
+
+// ---------------------------------------------------------------- reference passes
+
+// Classifies every byte (status? real time?) and nothing more: the floor for any parser.
+void W1_ReferenceClassify(benchmark::State& ioState) {
+    const std::vector<uint8_t>& stream = W1Stream();
+    for (auto _ : ioState) {
+        uint64_t status = 0, realTime = 0;
+        ForEachSlice(stream, [&](const uint8_t* iBytes, size_t iLength) {
+            for (size_t i = 0; i < iLength; ++i) {
+                status += iBytes[i] >= 0x80;
+                realTime += iBytes[i] >= 0xF8;
+            }
+        });
+        wl::keep(status);
+        wl::keep(realTime);
+    }
+    ioState.SetBytesProcessed(static_cast<int64_t>(stream.size()) * ioState.iterations());
+}
+BENCHMARK(W1_ReferenceClassify)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+
+void W1_ReferenceMemcpy(benchmark::State& ioState) {
+    const std::vector<uint8_t>& stream = W1Stream();
+    std::vector<uint8_t> copy(stream.size());
+    for (auto _ : ioState) {
+        std::memcpy(copy.data(), stream.data(), stream.size());
+        wl::keep(copy[copy.size() / 2]);
+    }
+    ioState.SetBytesProcessed(static_cast<int64_t>(stream.size()) * ioState.iterations());
+}
+BENCHMARK(W1_ReferenceMemcpy)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+
+}  // namespace
