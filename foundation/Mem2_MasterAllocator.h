@@ -23,7 +23,7 @@
 // A client's running counts, updated with relaxed atomics (figures for diagnostics, not for
 // synchronisation). mBytesInUse counts block capacities (the size class), not requested sizes.
 struct Mem2_Statistics {
-    explicit Mem2_Statistics(const char* iName) : mName(iName) {}
+    constexpr explicit Mem2_Statistics(const char* iName) : mName(iName) {}
     const char* mName;
     std::atomic<int64_t> mAllocations{0};
     std::atomic<int64_t> mFrees{0};

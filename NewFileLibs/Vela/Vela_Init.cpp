@@ -8,8 +8,8 @@ bool Vela_Init::sIsInitialized = false;
 void Vela_Init::Init() { sIsInitialized = true; }
 void Vela_Init::Free() { sIsInitialized = false; }
 
-Mem2_Statistics gVela_NoteInProgressTag("Mdie_NoteInProgress");
-Mem2_Statistics gVela_SysexDataRTTag("Mdie_SysexDataRT");
+constinit Mem2_Statistics gVela_NoteInProgressTag("Mdie_NoteInProgress");
+constinit Mem2_Statistics gVela_SysexDataRTTag("Mdie_SysexDataRT");
 
 namespace {
 
