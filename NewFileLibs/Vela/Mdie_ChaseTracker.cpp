@@ -70,6 +70,7 @@ void Mdie_ChaseTracker::Activate(int32_t iEntry) {
 
 void Mdie_ChaseTracker::UpdateFromEvent(const Vela_Event& iEvent, bool iTrack) {
     const Mdie_SubStream subStream(iEvent);
+    if (subStream.IsNull()) return;  // not continuous data (notes, controller 0, 120..127, ...)
     int32_t entry = 0;
     if (!FindEntry(entry, subStream)) return;
     // A releasing entry already active keeps its tracked state: playback only moved its value.

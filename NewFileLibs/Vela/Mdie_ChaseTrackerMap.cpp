@@ -84,10 +84,5 @@ bool Mdie_ChaseTrackerMap::GetIndexForSubStreamIndex(int32_t& oEntry, int32_t iG
 }
 
 bool Mdie_ChaseTrackerMap::GetIndexForSubStream(int32_t& oEntry, const Mdie_SubStream& iSubStream) const {
-    if (iSubStream.IsNull()) return false;
-    int32_t entry = 0;
-    if (!GetIndexForSubStreamIndex(entry, iSubStream.GetIndex())) return false;
-    if (mEntries[entry].mSubStream != iSubStream) return false;
-    oEntry = entry;
-    return true;
+    return GetIndexForSubStreamIndex(oEntry, iSubStream.GetIndex());
 }

@@ -65,10 +65,10 @@ public:
     const Mdie_SubStream& GetEntrySubStream(int32_t iEntry) const { return mEntries[iEntry].mSubStream; }
     // False when no entry is linked to the global index (or it lies outside 0..249).
     bool GetIndexForSubStreamIndex(int32_t& oEntry, int32_t iGlobalIndex) const;
-    // As above for the sub-stream's global index, and only when the entry is that very
-    // sub-stream: global indices of invalid sub-streams collide with real ones (controller 0
-    // with pitch bend, a negative key with a controller), and those must not be found. A null
-    // sub-stream is never found.
+    // As above for the sub-stream's global index (Mdie_SubStream::GetIndex). Sub-streams that are
+    // never valid share indices with real ones (controller 0 with pitch bend, controller 120
+    // with channel pressure, a negative key with a controller) and are found as those; valid
+    // sub-streams never collide. A null sub-stream reports its index query and maps to index 0.
     bool GetIndexForSubStream(int32_t& oEntry, const Mdie_SubStream& iSubStream) const;
 
 private:

@@ -75,7 +75,7 @@ TEST_F(Mdie_ChaseTrackerTest, TrackingIgnoresSubStreamsTheMapLacks) {
     for (int number : {0, 120, 127}) mTracker.TrackEvent(Vela_ControllerEvent(static_cast<int8_t>(number), 9));
     mTracker.TrackEvent(Vela_PolyPressureEvent(60, 9));
     mTracker.TrackEvent(Vela_NoteOnEvent(60, 9));
-    EXPECT_FALSE(mTracker.IsTracking(Cc(0)));
+    EXPECT_FALSE(mTracker.IsTracking(Cc(127)));
     EXPECT_FALSE(mTracker.IsTracking(Mdie_SubStream::PolyPressure(60)));
     mTracker.DoCurrentPositionChase(mReceiver);
     EXPECT_EQ(mReceiver.Count(), 0u);
@@ -109,7 +109,7 @@ TEST_F(Mdie_ChaseTrackerTest, TrackAndChaseSetValuesAndOnlyTrackingMarksTracked)
     EXPECT_TRUE(mTracker.IsReleasing(nullptr, kSustain));
     EXPECT_FALSE(mTracker.IsReleasing(&releaseValue, Cc(7)));
     EXPECT_TRUE(mTracker.IsChasing(kProgram));
-    EXPECT_FALSE(mTracker.IsChasing(Cc(0)));
+    EXPECT_FALSE(mTracker.IsChasing(Cc(127)));
 }
 
 TEST_F(Mdie_ChaseTrackerTest, SetActiveValueIfLaterKeepsTheLatestValue) {
