@@ -40,8 +40,9 @@ int Usage(FILE* iOut) {
 // The event's MIDI bytes, status on iChannel (ignored for system messages).
 std::string Bytes(const Vela_Event& iEvent, int iChannel) {
     std::string text;
+    std::vector<signed char> data;
     for (int message = 0; message < iEvent.GetNumMessages(); ++message) {
-        std::vector<signed char> data(static_cast<size_t>(iEvent.GetMessageLength(message)));
+        data.resize(static_cast<size_t>(iEvent.GetMessageLength(message)));
         if (data.empty()) continue;
         iEvent.GetMessageData(data.data(), message);
         auto status = static_cast<unsigned char>(data[0]);
