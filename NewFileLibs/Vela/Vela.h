@@ -35,4 +35,5 @@
 #include "Mdie_TimedEvent.h"
 #include "Vela_Event.h"
 #include "Vela_Init.h"
+#include "Vela_N10n.h"
 #include "Vela_Trace.h"
