@@ -18,8 +18,9 @@ inline void Append(ByteVector& ioBytes, const ByteVector& iMore) { ioBytes.inser
 
 inline ByteVector Block(const char* iTag, int16_t iVersion, const ByteVector& iBody) {
     ByteVector bytes;
-    Append(bytes, static_cast<int64_t>(std::strlen(iTag)), 1);
-    bytes.insert(bytes.end(), iTag, iTag + std::strlen(iTag));
+    const size_t tagLength = std::strlen(iTag);
+    Append(bytes, static_cast<int64_t>(tagLength), 1);
+    for (size_t i = 0; i < tagLength; ++i) bytes.push_back(static_cast<uint8_t>(iTag[i]));
     Append(bytes, iVersion, 2);
     Append(bytes, static_cast<int64_t>(iBody.size()), 8);
     Append(bytes, iBody);
