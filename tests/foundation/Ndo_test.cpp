@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "Ndo_Manager.h"
 #include "Ndo_Object.h"
 #include "Ndo_Ptr.h"
@@ -24,9 +26,7 @@ public:
         mValue = iValue;
     }
     Ndo_State* NdoGetState() override { return new State(mValue); }
-    void NdoRestoreState(Ndo_State* iStateP) override {
-        if (auto* stateP = dynamic_cast<State*>(iStateP)) mValue = stateP->mValue;
-    }
+    void NdoRestoreState(Ndo_State* iStateP) override { mValue = dynamic_cast<State&>(*iStateP).mValue; }
 
     int mValue;
     static inline int sLive = 0;
@@ -53,108 +53,86 @@ public:
         stateP->mChild = Ndo_StateRef<Counter>(mChild);
         return stateP;
     }
-    void NdoRestoreState(Ndo_State* iStateP) override {
-        if (auto* stateP = dynamic_cast<State*>(iStateP)) mChild.SetFromUndoId(stateP->mChild.GetUndoId());
-    }
+    void NdoRestoreState(Ndo_State* iStateP) override { mChild.SetFromUndoId(dynamic_cast<State&>(*iStateP).mChild.GetUndoId()); }
 
     Ndo_Ptr<Counter> mChild;
 };
 
+// One undo step. Disposal outside any step destroys at once, so tests dispose with NdoDelete.
+void Step(const std::function<void()>& iEdit) {
+    Ndo_gManager.BeginGroup();
+    iEdit();
+    Ndo_gManager.EndGroup();
+}
+
 class NdoTest : public ::testing::Test {
 protected:
     void TearDown() override {
-        Ndo_gManager.Clear();
+        Ndo_gManager.Clear();  // must destroy every object and state the history kept
         Ndo_gManager.SetHistoryDepth(100);
         EXPECT_EQ(Counter::sLive, 0) << "a test left objects behind";
         EXPECT_EQ(Counter::sLiveStates, 0);
     }
-    // Disposal outside any group destroys at once.
-    static void Dispose(Ndo_Object* iObjectP) { iObjectP->NdoDelete(); }
 };
 
 TEST_F(NdoTest, UndoAndRedoWalkSeveralObjectsThroughSeveralSteps) {
     auto* a = new Counter(0);
     auto* b = new Counter(10);
-    Ndo_gManager.BeginGroup();
-    a->Set(1);
-    b->Set(11);
-    Ndo_gManager.EndGroup();
-    Ndo_gManager.BeginGroup();
-    a->Set(2);
-    a->Set(3);  // a second announcement in the same group saves nothing new
-    Ndo_gManager.EndGroup();
-    Ndo_gManager.BeginGroup();
-    Ndo_gManager.BeginGroup();  // nested pairs make one group
-    b->Set(12);
-    Ndo_gManager.EndGroup();
-    a->Set(4);
-    Ndo_gManager.EndGroup();
+    Step([&] { a->Set(1), b->Set(11); });
+    Step([&] { a->Set(2), a->Set(3); });  // a second announcement in the same step saves nothing new
+    Step([&] {
+        Step([&] { b->Set(12); });  // nested pairs make one step
+        a->Set(4);
+    });
     EXPECT_EQ(Ndo_gManager.GetUndoCount(), 3u);
-
-    ASSERT_TRUE(Ndo_gManager.Undo());
-    EXPECT_EQ(a->mValue, 3);
-    EXPECT_EQ(b->mValue, 11);
-    ASSERT_TRUE(Ndo_gManager.Undo());
-    EXPECT_EQ(a->mValue, 1);
-    ASSERT_TRUE(Ndo_gManager.Undo());
-    EXPECT_EQ(a->mValue, 0);
-    EXPECT_EQ(b->mValue, 10);
-    EXPECT_FALSE(Ndo_gManager.CanUndo());
+    const std::pair<int, int> kAfterUndo[] = {{3, 11}, {1, 11}, {0, 10}};
+    for (const auto& [aValue, bValue] : kAfterUndo) {
+        ASSERT_TRUE(Ndo_gManager.Undo());
+        EXPECT_EQ(std::make_pair(a->mValue, b->mValue), std::make_pair(aValue, bValue));
+    }
     EXPECT_FALSE(Ndo_gManager.Undo());
-
-    ASSERT_TRUE(Ndo_gManager.Redo());
-    EXPECT_EQ(a->mValue, 1);
-    EXPECT_EQ(b->mValue, 11);
-    ASSERT_TRUE(Ndo_gManager.Redo());
-    ASSERT_TRUE(Ndo_gManager.Redo());
-    EXPECT_EQ(a->mValue, 4);
-    EXPECT_EQ(b->mValue, 12);
+    const std::pair<int, int> kAfterRedo[] = {{1, 11}, {3, 11}, {4, 12}};
+    for (const auto& [aValue, bValue] : kAfterRedo) {
+        ASSERT_TRUE(Ndo_gManager.Redo());
+        EXPECT_EQ(std::make_pair(a->mValue, b->mValue), std::make_pair(aValue, bValue));
+    }
     EXPECT_FALSE(Ndo_gManager.Redo());
-    Dispose(a);
-    Dispose(b);
+    a->NdoDelete();
+    b->NdoDelete();
 }
 
-TEST_F(NdoTest, ChangesOutsideAGroupAreNotRecordedAndMarksLastOneGroup) {
+TEST_F(NdoTest, OnlyUndoableChangesInsideAStepAreRecorded) {
     auto* a = new Counter(0);
     auto* plain = new Counter(0, Ndo_Object::kNotUndoable);
-    EXPECT_TRUE(a->NdoIsUndoable());
-    EXPECT_FALSE(plain->NdoIsUndoable());
     EXPECT_EQ(plain->NdoGetUndoId(), kNdo_NoId);
     a->Set(5);
     EXPECT_FALSE(Ndo_gManager.CanUndo());
     EXPECT_FALSE(Ndo_gManager.IsMarked(a));
-
-    Ndo_gManager.BeginGroup();
+    Step([&] {
+        EXPECT_FALSE(Ndo_gManager.IsMarked(a));
+        a->Set(6);
+        plain->Set(1);
+        EXPECT_TRUE(Ndo_gManager.IsMarked(a));
+        EXPECT_FALSE(Ndo_gManager.IsMarked(plain));
+    });
     EXPECT_FALSE(Ndo_gManager.IsMarked(a));
-    a->Set(6);
-    plain->Set(1);
-    EXPECT_TRUE(Ndo_gManager.IsMarked(a));
-    EXPECT_FALSE(Ndo_gManager.IsMarked(plain));
-    Ndo_gManager.EndGroup();
-    EXPECT_FALSE(Ndo_gManager.IsMarked(a));
-    // An empty group leaves no step and keeps the redo history.
     ASSERT_TRUE(Ndo_gManager.Undo());
-    Ndo_gManager.BeginGroup();
-    Ndo_gManager.EndGroup();
+    Step([] {});  // an empty step leaves no step and keeps the redo history
     EXPECT_TRUE(Ndo_gManager.CanRedo());
     EXPECT_EQ(a->mValue, 5);
     EXPECT_EQ(plain->mValue, 1);
-    Dispose(a);
-    Dispose(plain);
+    a->NdoDelete();
+    plain->NdoDelete();
 }
 
 TEST_F(NdoTest, ObjectDisposedInAStepComesBackOnUndoAndLookupFindsIt) {
     auto* holder = new Holder;
-    Ndo_gManager.BeginGroup();
-    holder->ReplaceChild(new Counter(1));
-    Ndo_gManager.EndGroup();
+    Step([&] { holder->ReplaceChild(new Counter(1)); });
     Counter* first = holder->mChild.Get();
     const uint64_t firstId = first->NdoGetUndoId();
     EXPECT_EQ(Ndo_gManager.LookupObject(firstId), first);
 
-    Ndo_gManager.BeginGroup();
-    holder->ReplaceChild(new Counter(2));
-    Ndo_gManager.EndGroup();
+    Step([&] { holder->ReplaceChild(new Counter(2)); });
     const uint64_t secondId = holder->mChild.GetUndoId();
     EXPECT_EQ(Ndo_gManager.LookupObject(firstId), nullptr);
     EXPECT_EQ(Counter::sLive, 2) << "the disposed child is kept, not destroyed";
@@ -172,13 +150,15 @@ TEST_F(NdoTest, ObjectDisposedInAStepComesBackOnUndoAndLookupFindsIt) {
     ASSERT_TRUE(Ndo_gManager.Redo());
     EXPECT_EQ(holder->mChild.GetUndoId(), secondId);
     EXPECT_EQ(holder->mChild->mValue, 2);
-    Dispose(holder);
+    // A child created and disposed within one step is hidden too; TearDown's Clear must free both.
+    Step([&] { holder->ReplaceChild(new Counter(3)), holder->ReplaceChild(nullptr); });
+    EXPECT_EQ(Ndo_gManager.GetHiddenCount(), 3u);
+    holder->NdoDelete();
 }
 
 TEST_F(NdoTest, ExternalReferenceFollowsTheObjectInAndOutOfSight) {
-    Ndo_gManager.BeginGroup();
-    auto* created = new Counter(7);
-    Ndo_gManager.EndGroup();
+    Counter* created = nullptr;
+    Step([&] { created = new Counter(7); });
     const Ndo_ExternalRefBase ref(created);
     const Ndo_ExternalRefBase copy = ref;
     EXPECT_EQ(copy.GetObjPtr(), created);
@@ -190,19 +170,15 @@ TEST_F(NdoTest, ExternalReferenceFollowsTheObjectInAndOutOfSight) {
     auto* plain = new Counter(0, Ndo_Object::kNotUndoable);
     EXPECT_EQ(Ndo_ExternalRefBase(plain).GetObjPtr(), plain);
     EXPECT_EQ(Ndo_ExternalRefBase().GetObjPtr(), nullptr);
-    Dispose(plain);
-    Dispose(created);
+    plain->NdoDelete();
+    created->NdoDelete();
 }
 
 TEST_F(NdoTest, HistoryBoundFreesStatesAndDisposedObjects) {
     Ndo_gManager.SetHistoryDepth(2);
     auto* holder = new Holder;
     holder->ReplaceChild(new Counter(0));
-    for (int step = 1; step <= 4; ++step) {
-        Ndo_gManager.BeginGroup();
-        holder->ReplaceChild(new Counter(step));
-        Ndo_gManager.EndGroup();
-    }
+    for (int step = 1; step <= 4; ++step) Step([&] { holder->ReplaceChild(new Counter(step)); });
     // Four children were disposed of; the two steps that fell off took theirs along.
     EXPECT_EQ(Ndo_gManager.GetUndoCount(), 2u);
     EXPECT_EQ(Ndo_gManager.GetHiddenCount(), 2u);
@@ -213,48 +189,27 @@ TEST_F(NdoTest, HistoryBoundFreesStatesAndDisposedObjects) {
     EXPECT_EQ(holder->mChild->mValue, 2);
 
     // A new step discards the undone ones and destroys the children they had created.
-    Ndo_gManager.BeginGroup();
-    holder->mChild->Set(20);
-    Ndo_gManager.EndGroup();
+    Step([&] { holder->mChild->Set(20); });
     EXPECT_FALSE(Ndo_gManager.CanRedo());
     EXPECT_EQ(Counter::sLive, 1);
     Ndo_gManager.SetHistoryDepth(0);
     EXPECT_FALSE(Ndo_gManager.CanUndo());
     EXPECT_EQ(Counter::sLiveStates, 0);
-    Dispose(holder);
+    holder->NdoDelete();
 }
 
-TEST_F(NdoTest, UndoRecreatesAnObjectDestroyedOutsideAnyGroup) {
+TEST_F(NdoTest, UndoRecreatesAnObjectDestroyedOutsideAnyStep) {
     auto* a = new Counter(1);
     const uint64_t id = a->NdoGetUndoId();
-    Ndo_gManager.BeginGroup();
-    a->Set(2);
-    Ndo_gManager.EndGroup();
-    Dispose(a);
+    Step([&] { a->Set(2); });
+    a->NdoDelete();
     EXPECT_EQ(Ndo_gManager.LookupObject(id), nullptr);
-
     ASSERT_TRUE(Ndo_gManager.Undo());
     auto* back = dynamic_cast<Counter*>(Ndo_gManager.LookupObject(id));
     ASSERT_NE(back, nullptr);
     EXPECT_EQ(back->NdoGetUndoId(), id);
     EXPECT_EQ(back->mValue, 1);
-    Dispose(back);
-}
-
-TEST_F(NdoTest, ClearDestroysEverythingTheHistoryKept) {
-    auto* holder = new Holder;
-    Ndo_gManager.BeginGroup();
-    holder->ReplaceChild(new Counter(1));
-    holder->ReplaceChild(new Counter(2));  // the first child is created and disposed in one step
-    Ndo_gManager.EndGroup();
-    Ndo_gManager.BeginGroup();
-    holder->ReplaceChild(nullptr);
-    Ndo_gManager.EndGroup();
-    EXPECT_EQ(Ndo_gManager.GetHiddenCount(), 2u);
-    Ndo_gManager.Clear();
-    EXPECT_EQ(Counter::sLive, 0);
-    EXPECT_FALSE(Ndo_gManager.CanUndo());
-    Dispose(holder);
+    back->NdoDelete();
 }
 
 TEST_F(NdoTest, PointersHandObjectsOverAndResolveOnlyTheirOwnClass) {
@@ -272,8 +227,8 @@ TEST_F(NdoTest, PointersHandObjectsOverAndResolveOnlyTheirOwnClass) {
     EXPECT_EQ(ptr.GetUndoId(), kNdo_NoId);
     EXPECT_EQ(Ndo_StateRef<Counter>(counter).Resolve(), counter);
     EXPECT_EQ(Ndo_StateRef<Holder>(counter->NdoGetUndoId()).Resolve(), nullptr);
-    Dispose(counter);
-    Dispose(holder);
+    counter->NdoDelete();
+    holder->NdoDelete();
 }
 
 }  // namespace
