@@ -12,14 +12,6 @@
 #include "AssertCapture.h"
 #include "PSUtil_VMLock.h"
 
-namespace {
-constexpr size_t kHeader = 16;  // the pool's per-block bookkeeping
-
-bool Overlap(const std::pair<char*, int>& iA, const std::pair<char*, int>& iB) {
-    return iA.first < iB.first + iB.second && iB.first < iA.first + iA.second;
-}
-}  // namespace
-
 TEST(Mem2_MasterAllocator, BlocksAreAlignedDistinctAndWritable) {
     Mem2_MasterAllocator pool(1 << 20);
     Mem2_Statistics stats("test");
@@ -29,8 +21,9 @@ TEST(Mem2_MasterAllocator, BlocksAreAlignedDistinctAndWritable) {
         ASSERT_NE(p, nullptr) << size;
         EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u) << size;
         std::memset(p, 0xAB, static_cast<size_t>(size));
-        for (const auto& other : blocks) EXPECT_FALSE(Overlap({p, std::max(size, 1)}, other));
-        blocks.emplace_back(p, std::max(size, 1));
+        const int used = std::max(size, 1);
+        for (const auto& [q, qSize] : blocks) EXPECT_TRUE(p + used <= q || q + qSize <= p) << size << " overlaps " << qSize;
+        blocks.emplace_back(p, used);
     }
     for (const auto& block : blocks) pool.Free(block.first, &stats);
     EXPECT_EQ(stats.mAllocations.load(), 10);
@@ -39,8 +32,7 @@ TEST(Mem2_MasterAllocator, BlocksAreAlignedDistinctAndWritable) {
 }
 
 TEST(Mem2_MasterAllocator, ExhaustionGivesNullAndFreedBlocksAreReused) {
-    const size_t blockBytes = kHeader + 64;
-    Mem2_MasterAllocator pool(blockBytes * 4);
+    Mem2_MasterAllocator pool((16 + 64) * 4);  // four 64-byte blocks with their 16-byte headers
     Mem2_Statistics stats("test");
     std::vector<void*> blocks;
     while (void* p = pool.Alloc(64, &stats)) blocks.push_back(p);
@@ -74,17 +66,15 @@ TEST(Mem2_MasterAllocator, ForeignPointersAndDoubleFreesAreReportedAndIgnored) {
     AssertCapture asserts;
     pool.Free(&onStack, &stats);
     pool.Free(static_cast<char*>(p) + 16, &stats);  // inside the pool, not a block start
-    ASSERT_EQ(asserts.Count(), 2u);
-    EXPECT_EQ(asserts.Condition(0), "headerP != 0");
     pool.Free(p, &stats);
     pool.Free(p, &stats);
     ASSERT_EQ(asserts.Count(), 3u);
+    EXPECT_EQ(asserts.Condition(0), "headerP != 0");
+    EXPECT_EQ(asserts.Condition(1), "headerP != 0");
     EXPECT_EQ(asserts.Condition(2), "wasInUse");
     EXPECT_EQ(stats.mFrees.load(), 1);
     // The block went onto its free list once only: two allocations get two blocks.
-    void* a = pool.Alloc(32, &stats);
-    void* b = pool.Alloc(32, &stats);
-    EXPECT_NE(a, b);
+    EXPECT_NE(pool.Alloc(32, &stats), pool.Alloc(32, &stats));
 }
 
 TEST(Mem2_MasterAllocator, AllocAndFreeNeverTouchTheHeap) {
@@ -103,20 +93,17 @@ TEST(Mem2_MasterAllocator, TwoThreadsAllocateAndFreeConcurrently) {
     // Small pool so that both threads keep recycling the same blocks through the free lists.
     Mem2_MasterAllocator pool(64 * 1024);
     Mem2_Statistics stats("test");
-    constexpr int kRounds = 20000;
     auto worker = [&](unsigned char iTag) {
         std::vector<unsigned char*> held;
-        for (int round = 0; round < kRounds; ++round) {
+        for (int round = 0; round < 20000; ++round) {
             const int size = 16 << (round % 4);
             if (auto* p = static_cast<unsigned char*>(pool.Alloc(size, &stats))) {
                 std::memset(p, iTag, static_cast<size_t>(size));
                 held.push_back(p);
             }
             if (held.size() > 8 || (round % 3 == 0 && !held.empty())) {
-                unsigned char* p = held.front();
-                // Another thread scribbling over a block we hold would show here.
-                EXPECT_EQ(p[0], iTag);
-                pool.Free(p, &stats);
+                EXPECT_EQ(held.front()[0], iTag);  // another thread scribbling over a held block shows here
+                pool.Free(held.front(), &stats);
                 held.erase(held.begin());
             }
         }
@@ -127,27 +114,10 @@ TEST(Mem2_MasterAllocator, TwoThreadsAllocateAndFreeConcurrently) {
     other.join();
     EXPECT_EQ(stats.mAllocations.load(), stats.mFrees.load());
     EXPECT_EQ(stats.mBytesInUse.load(), 0);
-
     // Nothing was lost: every carved block can be taken again, and no block twice.
     std::set<void*> all;
     while (void* p = pool.Alloc(16, nullptr)) EXPECT_TRUE(all.insert(p).second);
     EXPECT_FALSE(all.empty());
-}
-
-TEST(Mem2_MasterAllocator, DerivedAllocatorMayRefuse) {
-    struct Refusing : Mem2_MasterAllocator {
-        Refusing() : Mem2_MasterAllocator(0) {}
-        void* Alloc(int, Mem2_Statistics* iStatsP) override {
-            if (iStatsP) iStatsP->mFailures.fetch_add(1);
-            return nullptr;
-        }
-    };
-    Refusing refusing;
-    Mem2_MasterAllocator& base = refusing;
-    Mem2_Statistics stats("Mdie_NoteInProgress");
-    EXPECT_EQ(base.Alloc(32, &stats), nullptr);
-    EXPECT_EQ(stats.mFailures.load(), 1);
-    EXPECT_STREQ(stats.mName, "Mdie_NoteInProgress");
 }
 
 TEST(PSUtil_VMLock, LocksAndUnlocksAnyRange) {

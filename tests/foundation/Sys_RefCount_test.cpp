@@ -5,13 +5,14 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
-#include <vector>
 
 #include "AllocCounter.h"
 
 namespace {
 std::atomic<int> gDestroyed{0};
 
+// Counts its destruction; may queue another object from its destructor, as owners of
+// delayed-deletion members do.
 class Doomed : public Sys_DelayedDeletionObject {
 public:
     explicit Doomed(Doomed* iQueueOnDestructionP = nullptr) : mQueueOnDestructionP(iQueueOnDestructionP) {}
@@ -24,17 +25,12 @@ private:
     Doomed* mQueueOnDestructionP;
 };
 
-class Counted : public Sys_ThreadSafeRefCountObject {
-public:
+template <class TBase>
+struct Counted : TBase {
     ~Counted() override { gDestroyed.fetch_add(1); }
 };
 
-class Plain : public Cmn_RefCountObject {
-public:
-    ~Plain() override { gDestroyed.fetch_add(1); }
-};
-
-class DelayedDeletion : public ::testing::Test {
+class Sys_RefCountTest : public ::testing::Test {
 protected:
     void SetUp() override {
         Sys_DelayedDeletionObject::DrainDelayedDeletions();
@@ -43,23 +39,17 @@ protected:
 };
 }  // namespace
 
-TEST(Sys_RefCount, LastReferenceDestroys) {
-    gDestroyed = 0;
-    auto* plainP = new Plain;
+TEST_F(Sys_RefCountTest, LastReferenceDestroys) {
+    auto* plainP = new Counted<Cmn_RefCountObject>;
     plainP->AddReference();
     plainP->RemoveReference();
     EXPECT_EQ(gDestroyed.load(), 0);
     plainP->RemoveReference();
     EXPECT_EQ(gDestroyed.load(), 1);
-
-    Sys_AtomicInt32 counter(5);
-    EXPECT_EQ(counter.Increment(), 6);
-    EXPECT_EQ(counter.Decrement(), 5);
 }
 
-TEST(Sys_RefCount, ThreadSafeCountSurvivesConcurrentReleases) {
-    gDestroyed = 0;
-    auto* objectP = new Counted;
+TEST_F(Sys_RefCountTest, ThreadSafeCountSurvivesConcurrentReleases) {
+    auto* objectP = new Counted<Sys_ThreadSafeRefCountObject>;
     constexpr int kPerThread = 10000;
     for (int i = 0; i < 2 * kPerThread; ++i) objectP->AddReference();
     auto release = [objectP] {
@@ -73,7 +63,7 @@ TEST(Sys_RefCount, ThreadSafeCountSurvivesConcurrentReleases) {
     EXPECT_EQ(gDestroyed.load(), 1);
 }
 
-TEST_F(DelayedDeletion, QueueingIsHeapFreeAndDrainDestroysEverythingQueuedByDestructorsToo) {
+TEST_F(Sys_RefCountTest, QueueingIsHeapFreeAndDrainDestroysEverythingQueuedByDestructorsToo) {
     auto* laterP = new Doomed;
     auto* firstP = new Doomed(laterP);
     auto* otherP = new Doomed;
@@ -88,38 +78,25 @@ TEST_F(DelayedDeletion, QueueingIsHeapFreeAndDrainDestroysEverythingQueuedByDest
     EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), 0u);
 }
 
-TEST_F(DelayedDeletion, ObjectsQueuedOnOneThreadAreDestroyedByTheDeleterThread) {
-    constexpr int kObjects = 2000;
+// Two producers queue while the deleter thread and this thread drain at the same time.
+TEST_F(Sys_RefCountTest, DeleterThreadAndConcurrentDrainsDestroyWhatTwoProducersQueue) {
+    constexpr int kPerProducer = 3000;
     Sys_DelayedDeletionObject::StartDeleterThread(1);
     Sys_DelayedDeletionObject::StartDeleterThread(1);  // a second start is harmless
-    std::thread producer([] {
-        for (int i = 0; i < kObjects; ++i) (new Doomed)->DelayedDelete();
-    });
-    producer.join();
-    for (int wait = 0; wait < 2000 && gDestroyed.load() < kObjects; ++wait)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    EXPECT_EQ(gDestroyed.load(), kObjects);
-    Sys_DelayedDeletionObject::StopDeleterThread();
-    Sys_DelayedDeletionObject::StopDeleterThread();
-    EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), 0u);
-}
-
-TEST_F(DelayedDeletion, ConcurrentProducersAndDrainersLoseNothing) {
-    constexpr int kPerProducer = 5000;
-    std::atomic<bool> producing{true};
-    std::thread drainer([&] {
-        while (producing.load()) Sys_DelayedDeletionObject::DrainDelayedDeletions();
-    });
-    auto produce = [] {
+    std::atomic<int> producing{2};
+    auto produce = [&] {
         for (int i = 0; i < kPerProducer; ++i) (new Doomed)->DelayedDelete();
+        producing.fetch_sub(1);
     };
     std::thread producerA(produce), producerB(produce);
+    while (producing.load() > 0) Sys_DelayedDeletionObject::DrainDelayedDeletions();
     producerA.join();
     producerB.join();
-    producing = false;
-    drainer.join();
-    Sys_DelayedDeletionObject::DrainDelayedDeletions();
+    for (int wait = 0; wait < 2000 && gDestroyed.load() < 2 * kPerProducer; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     EXPECT_EQ(gDestroyed.load(), 2 * kPerProducer);
+    Sys_DelayedDeletionObject::StopDeleterThread();
+    Sys_DelayedDeletionObject::StopDeleterThread();
     EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), 0u);
 }
 
