@@ -1,6 +1,8 @@
 #include "Mdi_Parse.h"
 
 #include <array>
+#include <bit>
+#include <typeinfo>
 
 namespace {
 
@@ -8,10 +10,10 @@ constexpr unsigned char kSysexStart = 0xF0;
 constexpr unsigned char kSysexEnd = 0xF7;
 constexpr unsigned char kFirstSystemStatus = 0xF0;
 constexpr unsigned char kFirstRealTime = 0xF8;
-constexpr unsigned char kFirstChannelModeController = 120;
-constexpr unsigned char kNoteOffStatus = 0x80;
-constexpr unsigned char kNoteOffVelocityForZeroNoteOn = 64;
-constexpr int kPitchBendCentreMSB = 64;
+constexpr unsigned kFirstChannelModeController = 120;
+constexpr unsigned kNoteOnToNoteOff = 0x10;  // 0x9n XOR this = 0x8n
+constexpr unsigned kNoteOffVelocityForZeroNoteOn = 64;
+constexpr unsigned kPitchBendCentreMSB = 64;
 constexpr int kLongestChannelMessage = 3;
 
 // Message lengths. A sysex (0) grows until its F7; F4, F5 and a lone F7 (kDropAtOnce) end at
@@ -39,8 +41,90 @@ constexpr std::array<uint8_t, 0x78> kLengthByStatus = MakeLengthByStatus();
 
 inline int LengthOf(unsigned char iStatus) { return kLengthByStatus[iStatus - 0x80]; }
 
-inline int8_t Data1(const unsigned char* iMessage) { return static_cast<int8_t>(iMessage[1]); }
-inline int8_t Data2(const unsigned char* iMessage) { return static_cast<int8_t>(iMessage[2]); }
+// A channel voice message taken whole; mData2 is 0 for the one-data-byte messages (0xC, 0xD).
+struct Mdi_ChannelMessage {
+    unsigned mStatus;
+    unsigned mData1;
+    unsigned mData2;
+    int mLength;  // bytes of the message with its status byte: 2 or 3
+};
+
+// Frames the channel voice message starting at iByteP, with its status byte or under
+// iRunningStatus, and returns the input bytes it takes; 0 when the bytes there are not a whole
+// channel voice message (no running status, a system or real-time byte, a message cut by a
+// status byte), which the byte-at-a-time path then sorts out. Three bytes must be readable.
+// Branch-free apart from that answer: the message types of a live stream are unpredictable.
+// (Masks rather than conditional expressions, which compilers tend to turn into branches.)
+inline int FrameChannelMessage(const unsigned char* iByteP, unsigned iRunningStatus, Mdi_ChannelMessage& oMessage) {
+    const unsigned first = iByteP[0];
+    const unsigned hasStatus = first >> 7;
+    const unsigned statusMask = 0u - hasStatus;
+    const unsigned status = (first & statusMask) | (iRunningStatus & ~statusMask);
+    if (status - 0x80u >= kFirstSystemStatus - 0x80u) return 0;
+    const unsigned char* const dataP = iByteP + hasStatus;
+    // Program change and channel pressure (0xC, 0xD) carry one data byte, the others two.
+    const unsigned oneDataByte = ((status >> 4) - 0xCu) < 2u;
+    const unsigned data1 = dataP[0];
+    const unsigned data2 = dataP[1] & (oneDataByte - 1u);  // read even when unused: in bounds
+    if (((data1 | data2) & 0x80) != 0) return 0;
+    oMessage = {status, data1, data2, static_cast<int>(3 - oneDataByte)};
+    return static_cast<int>(hasStatus + 2 - oneDataByte);
+}
+
+// With conversion on, a note-on of velocity 0 is a note-off of velocity 64; computed without a
+// branch, as velocities in a live stream are unpredictable.
+inline void ApplyNoteOnZeroRule(bool iConvert, unsigned& ioStatus, unsigned& ioData2) {
+    const unsigned isZeroNoteOn = static_cast<unsigned>(iConvert) & ((ioStatus >> 4) == 0x9) & (ioData2 == 0);
+    ioStatus ^= isZeroNoteOn * kNoteOnToNoteOff;
+    ioData2 |= isZeroNoteOn * kNoteOffVelocityForZeroNoteOn;
+}
+
+// A 0xBn message with controller number 120 or more is a channel mode message.
+inline bool IsChannelMode(unsigned iStatus, unsigned iData1) {
+    return (iStatus >> 4) == 0xB && iData1 >= kFirstChannelModeController;
+}
+
+// How the event of each channel voice message is made, by high nibble 0x8..0xE. Byte 0 is the
+// type and byte 1 the first data byte; the 16 bits at bytes 2..3 are the second data byte
+// (at byte 2), the centred pitch bend, or a constant, as the masks select.
+struct Mdi_ChannelEventForm {
+    Vela_Event::EEventType mType;
+    uint16_t mData2Mask;
+    uint16_t mBendMask;
+    uint16_t mConstant;
+};
+// MIDI input carries no bank with a program: both bank halves are disabled.
+constexpr uint16_t kNoBank = static_cast<uint16_t>(Vela_ProgramEvent::kBankMSBDisabled | Vela_ProgramEvent::kBankLSBDisabled);
+constexpr Mdi_ChannelEventForm kChannelEventForm[7] = {
+    {Vela_Event::kNoteOff, 0xFFFF, 0, 0},       // 0x8
+    {Vela_Event::kNoteOn, 0xFFFF, 0, 0},        // 0x9
+    {Vela_Event::kPolyPressure, 0xFFFF, 0, 0},  // 0xA
+    {Vela_Event::kController, 0xFFFF, 0, 0},    // 0xB
+    {Vela_Event::kProgram, 0, 0, kNoBank},      // 0xC
+    {Vela_Event::kMonoPressure, 0, 0, 0},       // 0xD
+    {Vela_Event::kPitchBend, 0, 0xFFFF, 0},     // 0xE
+};
+
+// The event of a channel voice message of kind iKind (its high nibble), exactly as the typed
+// views build it: Vela_NoteOffEvent(d1, d2), ..., Vela_ProgramEvent(d1, no bank),
+// Vela_MonoPressureEvent(d1), Vela_PitchBendEvent((d2 - 64) * 128 + d1). Made from a table
+// rather than a switch, so a stream of mixed messages costs no mispredicted branches.
+class Mdi_ChannelVoiceEvent : public Vela_Event {
+public:
+    Mdi_ChannelVoiceEvent(unsigned iKind, unsigned iData1, unsigned iData2) {
+        const Mdi_ChannelEventForm& form = kChannelEventForm[iKind - 0x8];
+        const unsigned bend = (iData2 - kPitchBendCentreMSB) * 128 + iData1;
+        const unsigned data2AtByte2 = std::endian::native == std::endian::little ? iData2 : iData2 << 8;
+        mU.mWord.mType = form.mType;
+        mU.mWord.mByte1 = static_cast<int8_t>(iData1);
+        mU.mWord.mWord = static_cast<int16_t>((data2AtByte2 & form.mData2Mask) | (bend & form.mBendMask) | form.mConstant);
+    }
+};
+
+inline bool DeliverTo(Mdie_EventReceiver* iReceiverP, const Vela_Event& iEvent) {
+    if (iReceiverP != nullptr) iReceiverP->ReceiveEvent(iEvent);
+    return true;  // every handler of the event parser answers true, delivered or not
+}
 
 }  // namespace
 
@@ -51,50 +135,55 @@ Mdi_Parse::Mdi_Parse() : mRunningStatus(0), mCount(0), mConvertNoteOnZero(true),
 Mdi_Parse::~Mdi_Parse() = default;
 
 bool Mdi_Parse::MidiStream(const unsigned char* iBytes, short iLength) {
+    // The event parser's handlers are known when nothing overrides them: whole channel
+    // messages then go straight to the receiver, without a virtual handler call.
+    if (typeid(*this) == typeid(Mdi_ParseToEventReceiver)) {
+        const Mdi_ParseToEventReceiver& self = static_cast<const Mdi_ParseToEventReceiver&>(*this);
+        return StreamWith(iBytes, iLength, [this, &self](const Mdi_ChannelMessage& iMessage) {
+            unsigned status = iMessage.mStatus;
+            unsigned data2 = iMessage.mData2;
+            ApplyNoteOnZeroRule(mConvertNoteOnZero, status, data2);
+            if (IsChannelMode(status, iMessage.mData1)) return true;  // ignored on input
+            return DeliverTo(self.GetEventReceiver(), Mdi_ChannelVoiceEvent(status >> 4, iMessage.mData1, data2));
+        });
+    }
+    return StreamWith(iBytes, iLength, [this](const Mdi_ChannelMessage& iMessage) {
+        mBuffer[0] = static_cast<unsigned char>(iMessage.mStatus);
+        mBuffer[1] = static_cast<unsigned char>(iMessage.mData1);
+        mBuffer[2] = static_cast<unsigned char>(iMessage.mData2);
+        mCount = static_cast<int16_t>(iMessage.mLength);
+        return DispatchMessage();
+    });
+}
+
+// Between messages, whole channel voice messages (with their status byte or under running
+// status) are taken in one step each; anything else (system and real-time bytes, a message
+// cut by a status byte, stray data, the last bytes of the input) goes byte by byte. Both
+// paths leave the same state, so slicing the input never changes the result. The count lives
+// in a register while bytes are appended; handlers see it written back.
+template <class FWholeMessage>
+bool Mdi_Parse::StreamWith(const unsigned char* iBytes, short iLength, const FWholeMessage& iWholeMessage) {
     bool result = false;
-    // The count lives in a register while bytes are appended (stores into the byte buffer
-    // would otherwise force it to be reloaded); handlers see it written back.
     int count = mCount;
     const unsigned char* byteP = iBytes;
     const unsigned char* const end = iBytes + (iLength > 0 ? iLength : 0);
     while (byteP != end) {
-        if (count == 0 && end - byteP >= kLongestChannelMessage) {
-            const unsigned char* const nextP = ReadWholeChannelMessage(byteP);
-            if (nextP != nullptr) {
-                result = DispatchMessage();
-                byteP = nextP;
-                continue;
+        if (count == 0) {
+            Mdi_ChannelMessage message;
+            int used;
+            while (end - byteP >= kLongestChannelMessage &&
+                   (used = FrameChannelMessage(byteP, mRunningStatus, message)) != 0) {
+                // Running status is read back each time: a handler may have cleared it.
+                mRunningStatus = static_cast<uint8_t>(message.mStatus);
+                byteP += used;
+                result = iWholeMessage(message);
             }
+            if (byteP == end) break;
         }
         count = ConsumeByte(byteP++, count, result);
     }
     mCount = static_cast<int16_t>(count);
     return result;
-}
-
-// Between messages, a whole channel voice message (with its status byte or under running
-// status) is taken in one step with no per-byte branching; anything else (system and
-// real-time bytes, a message cut by a status byte, stray data) goes byte by byte. Both paths
-// leave the same state, so slicing the input never changes the result.
-const unsigned char* Mdi_Parse::ReadWholeChannelMessage(const unsigned char* iByteP) {
-    const unsigned first = iByteP[0];
-    const bool hasStatus = first >= 0x80;
-    const unsigned status = hasStatus ? first : mRunningStatus;
-    if (status - 0x80u >= kFirstSystemStatus - 0x80u) return nullptr;  // none (0), system or real time
-    const unsigned char* const dataP = iByteP + (hasStatus ? 1 : 0);
-    // Program change and channel pressure (0xC, 0xD) carry one data byte, the others two;
-    // computed rather than looked up, as it lies on the path from one message to the next.
-    const bool oneDataByte = ((status >> 4) - 0xCu) < 2u;
-    // The caller guarantees three readable bytes, so dataP[1] may be read even when unused.
-    const unsigned data1 = dataP[0];
-    const unsigned data2 = oneDataByte ? 0u : dataP[1];
-    if ((data1 | data2) & 0x80) return nullptr;  // interrupted: the byte path sorts it out
-    mRunningStatus = static_cast<uint8_t>(status);
-    mBuffer[0] = static_cast<unsigned char>(status);
-    mBuffer[1] = static_cast<unsigned char>(data1);
-    mBuffer[2] = static_cast<unsigned char>(data2);
-    mCount = static_cast<int16_t>(oneDataByte ? 2 : 3);
-    return dataP + (oneDataByte ? 1 : 2);
 }
 
 // One byte of any kind; returns the new count. Handlers see the count written back.
@@ -143,8 +232,7 @@ bool Mdi_Parse::DispatchMessage() {
         case 0x8: return ParseNoteOff(message);
         case 0x9: return DispatchNoteOn();
         case 0xA: return ParsePolyphonic(message);
-        case 0xB:
-            return message[1] >= kFirstChannelModeController ? ParseChannelMode(message) : ParseController(message);
+        case 0xB: return IsChannelMode(message[0], message[1]) ? ParseChannelMode(message) : ParseController(message);
         case 0xC: return ParseProgramChange(message);
         case 0xD: return ParseChannelPressure(message);
         case 0xE: return ParsePitchBend(message);
@@ -159,12 +247,12 @@ bool Mdi_Parse::DispatchMessage() {
 }
 
 bool Mdi_Parse::DispatchNoteOn() {
-    if (mConvertNoteOnZero && mBuffer[2] == 0) {
-        const unsigned char noteOff[3] = {static_cast<unsigned char>((mBuffer[0] & 0x0F) | kNoteOffStatus), mBuffer[1],
-                                          kNoteOffVelocityForZeroNoteOn};
-        return ParseNoteOff(noteOff);
-    }
-    return ParseNoteOn(mBuffer);
+    unsigned status = mBuffer[0];
+    unsigned data2 = mBuffer[2];
+    ApplyNoteOnZeroRule(mConvertNoteOnZero, status, data2);
+    if (status == mBuffer[0]) return ParseNoteOn(mBuffer);
+    const unsigned char noteOff[3] = {static_cast<unsigned char>(status), mBuffer[1], static_cast<unsigned char>(data2)};
+    return ParseNoteOff(noteOff);
 }
 
 void Mdi_Parse::ClearRunningStatus() {
@@ -173,8 +261,6 @@ void Mdi_Parse::ClearRunningStatus() {
 }
 
 void Mdi_Parse::Reset() { ClearRunningStatus(); }
-
-short Mdi_Parse::GetChannel() const { return mRunningStatus == 0 ? -1 : static_cast<short>(mRunningStatus & 0x0F); }
 
 bool Mdi_Parse::ParseRealTime(const unsigned char*) { return false; }
 bool Mdi_Parse::ParseSysEx(const unsigned char*, short) { return false; }
@@ -195,40 +281,19 @@ bool Mdi_Parse::ParseTuneRequest(const unsigned char*) { return false; }
 
 Mdi_ParseToEventReceiver::Mdi_ParseToEventReceiver() : mReceiverP(nullptr) {}
 
-bool Mdi_ParseToEventReceiver::Deliver(const Vela_Event& iEvent) {
-    if (mReceiverP != nullptr) mReceiverP->ReceiveEvent(iEvent);
-    return true;
-}
+// Each handler makes the event of its own message kind from the message's data bytes.
+bool Mdi_ParseToEventReceiver::ParseNoteOff(const unsigned char* iMessage) { return Deliver(0x8, iMessage); }
+bool Mdi_ParseToEventReceiver::ParseNoteOn(const unsigned char* iMessage) { return Deliver(0x9, iMessage); }
+bool Mdi_ParseToEventReceiver::ParsePolyphonic(const unsigned char* iMessage) { return Deliver(0xA, iMessage); }
+bool Mdi_ParseToEventReceiver::ParseController(const unsigned char* iMessage) { return Deliver(0xB, iMessage); }
+bool Mdi_ParseToEventReceiver::ParseProgramChange(const unsigned char* iMessage) { return Deliver(0xC, iMessage); }
+bool Mdi_ParseToEventReceiver::ParseChannelPressure(const unsigned char* iMessage) { return Deliver(0xD, iMessage); }
+bool Mdi_ParseToEventReceiver::ParsePitchBend(const unsigned char* iMessage) { return Deliver(0xE, iMessage); }
 
-bool Mdi_ParseToEventReceiver::ParseNoteOff(const unsigned char* iMessage) {
-    return Deliver(Vela_NoteOffEvent(Data1(iMessage), Data2(iMessage)));
-}
-
-bool Mdi_ParseToEventReceiver::ParseNoteOn(const unsigned char* iMessage) {
-    return Deliver(Vela_NoteOnEvent(Data1(iMessage), Data2(iMessage)));
-}
-
-bool Mdi_ParseToEventReceiver::ParsePolyphonic(const unsigned char* iMessage) {
-    return Deliver(Vela_PolyPressureEvent(Data1(iMessage), Data2(iMessage)));
-}
-
-bool Mdi_ParseToEventReceiver::ParseController(const unsigned char* iMessage) {
-    return Deliver(Vela_ControllerEvent(Data1(iMessage), Data2(iMessage)));
-}
-
-bool Mdi_ParseToEventReceiver::ParseProgramChange(const unsigned char* iMessage) {
-    // MIDI input carries no bank with the program: both bank halves are disabled.
-    constexpr int16_t kNoBank = Vela_ProgramEvent::kBankMSBDisabled | Vela_ProgramEvent::kBankLSBDisabled;
-    return Deliver(Vela_ProgramEvent(Data1(iMessage), kNoBank));
-}
-
-bool Mdi_ParseToEventReceiver::ParseChannelPressure(const unsigned char* iMessage) {
-    return Deliver(Vela_MonoPressureEvent(Data1(iMessage)));
-}
-
-bool Mdi_ParseToEventReceiver::ParsePitchBend(const unsigned char* iMessage) {
-    const int bend = (iMessage[2] - kPitchBendCentreMSB) * 128 + iMessage[1];
-    return Deliver(Vela_PitchBendEvent(static_cast<int16_t>(bend)));
+bool Mdi_ParseToEventReceiver::Deliver(unsigned iKind, const unsigned char* iMessage) {
+    // A two-byte message (program change, channel pressure) has no byte 2 to read.
+    const unsigned data2 = kChannelMessageLength[iKind - 0x8] == 3 ? iMessage[2] : 0u;
+    return DeliverTo(mReceiverP, Mdi_ChannelVoiceEvent(iKind, iMessage[1], data2));
 }
 
 // The input path ignores these on purpose; returning true still marks the end of a message.

@@ -46,7 +46,7 @@ public:
 
     // The channel (0..15) of the running status, or -1 when there is none. Handlers of
     // channel voice messages use it to learn the channel of the message being delivered.
-    short GetChannel() const;
+    short GetChannel() const { return mRunningStatus == 0 ? -1 : static_cast<short>(mRunningStatus & 0x0F); }
 
     // When set (the default), a note-on with velocity 0 reaches ParseNoteOff as
     // (8n, pitch, 64).
@@ -75,7 +75,10 @@ protected:
     virtual bool ParseTuneRequest(const unsigned char* iMessage);
 
 private:
-    const unsigned char* ReadWholeChannelMessage(const unsigned char* iByteP);
+    // The byte loop, shared by every parser; iWholeMessage handles a channel voice message
+    // framed in one step between messages (see Mdi_Parse.cpp).
+    template <class FWholeMessage>
+    bool StreamWith(const unsigned char* iBytes, short iLength, const FWholeMessage& iWholeMessage);
     int ConsumeByte(const unsigned char* iByteP, int iCount, bool& ioResult);
     // Routes the complete message in mBuffer (mCount bytes) to its handler.
     bool DispatchMessage();
@@ -92,6 +95,9 @@ private:
 // 0). The channel is not in the event: the receiver asks GetChannel() while handling it.
 // Every handler returns true, ignored messages included, so a caller feeding one byte at a
 // time learns where each message ends.
+// An object of exactly this class (not of a subclass, which may override handlers) builds
+// the events of whole channel messages without going through the virtual handlers; the
+// events, their order and GetChannel() during delivery are the same either way.
 class Mdi_ParseToEventReceiver : public Mdi_Parse {
 public:
     Mdi_ParseToEventReceiver();
@@ -117,7 +123,8 @@ protected:
     bool ParseTuneRequest(const unsigned char* iMessage) override;
 
 private:
-    bool Deliver(const Vela_Event& iEvent);
+    // Delivers the event of a channel voice message of kind iKind (its high nibble).
+    bool Deliver(unsigned iKind, const unsigned char* iMessage);
 
     Mdie_EventReceiver* mReceiverP;
 };

@@ -49,18 +49,6 @@ constexpr int kBankLSBEnableBit = 0x4000;
 
 // ---------------------------------------------------------------- value and references
 
-Vela_Event::Vela_Event(const Vela_Event& iOther) {
-    std::memcpy(&mU, &iOther.mU, sizeof(mU));
-    LongSysexCopyConstruct();
-}
-
-Vela_Event& Vela_Event::operator=(const Vela_Event& iOther) {
-    if (this != &iOther) LongSysexAssign(iOther);
-    return *this;
-}
-
-Vela_Event::~Vela_Event() { LongSysexDestruct(); }
-
 void Vela_Event::LongSysexCopyConstruct() {
     if (mU.mBase.mType == kLongSysex && mU.mLongSysex.mDataP != nullptr) mU.mLongSysex.mDataP->AddReference();
 }
@@ -93,24 +81,12 @@ bool Vela_Event::IsMessageSysex(int /*iMessageIndex*/) const {
 
 // ---------------------------------------------------------------- channel voice views
 
-Vela_NoteOnEvent::Vela_NoteOnEvent(int8_t iPitch, int8_t iVelocity) {
-    mU.mBase.mType = kNoteOn;
-    mU.mTwo.mByte1 = iPitch;
-    mU.mTwo.mByte2 = iVelocity;
-}
-
 Vela_NoteOnEvent::Vela_NoteOnEvent(int8_t iPitch) : Vela_NoteOnEvent(iPitch, GetDefaultVelocity()) {}
 
 int8_t Vela_NoteOnEvent::GetDefaultVelocity() { return sDefaultVelocity.load(std::memory_order_relaxed); }
 
 void Vela_NoteOnEvent::SetDefaultVelocity(int8_t iVelocity) {
     sDefaultVelocity.store(iVelocity, std::memory_order_relaxed);
-}
-
-Vela_NoteOffEvent::Vela_NoteOffEvent(int8_t iPitch, int8_t iVelocity) {
-    mU.mBase.mType = kNoteOff;
-    mU.mTwo.mByte1 = iPitch;
-    mU.mTwo.mByte2 = iVelocity;
 }
 
 Vela_NoteWithDurationBase::Vela_NoteWithDurationBase(EEventType iType) { mU.mBase.mType = iType; }
@@ -145,35 +121,7 @@ Vela_PitchToMIDINoteWithDuration::Vela_PitchToMIDINoteWithDuration(int8_t iPitch
     mU.mNote.mFractionalPitch = iFractionalPitch;
 }
 
-Vela_PitchBendEvent::Vela_PitchBendEvent(int16_t iBend) {
-    mU.mBase.mType = kPitchBend;
-    mU.mWord.mWord = iBend;
-}
-
-Vela_ControllerEvent::Vela_ControllerEvent(int8_t iNumber, int8_t iValue) {
-    mU.mBase.mType = kController;
-    mU.mTwo.mByte1 = iNumber;
-    mU.mTwo.mByte2 = iValue;
-}
-
-Vela_MonoPressureEvent::Vela_MonoPressureEvent(int8_t iPressure) {
-    mU.mBase.mType = kMonoPressure;
-    mU.mTwo.mByte1 = iPressure;
-}
-
-Vela_PolyPressureEvent::Vela_PolyPressureEvent(int8_t iPitch, int8_t iPressure) {
-    mU.mBase.mType = kPolyPressure;
-    mU.mTwo.mByte1 = iPitch;
-    mU.mTwo.mByte2 = iPressure;
-}
-
 // ---------------------------------------------------------------- program and bank bits
-
-Vela_ProgramEvent::Vela_ProgramEvent(int8_t iProgramByte, int16_t iBankWord) {
-    mU.mBase.mType = kProgram;
-    mU.mWord.mByte1 = iProgramByte;
-    mU.mWord.mWord = iBankWord;
-}
 
 int8_t Vela_ProgramEvent::GetProgram() const { return static_cast<int8_t>(mU.mWord.mByte1 & 0x7F); }
 

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "Time_Typed.h"
@@ -89,10 +90,25 @@ public:
     static constexpr int kMaxShortSysex = 14;  // payload bytes kept inline
     static constexpr int kMaxClipName = 63;    // characters of a clip name kept
 
+    // Copying and destruction are inline: only a long sysex (type 15) has references to
+    // look after, and every other event is a raw byte copy with nothing to release.
     Vela_Event() { mU.mBase.mType = kNull; }
-    Vela_Event(const Vela_Event& iOther);
-    Vela_Event& operator=(const Vela_Event& iOther);
-    ~Vela_Event();
+    Vela_Event(const Vela_Event& iOther) {
+        std::memcpy(&mU, &iOther.mU, sizeof(mU));
+        if (mU.mBase.mType == kLongSysex) LongSysexCopyConstruct();
+    }
+    Vela_Event& operator=(const Vela_Event& iOther) {
+        if (this == &iOther) return *this;
+        if (mU.mBase.mType == kLongSysex || iOther.mU.mBase.mType == kLongSysex) {
+            LongSysexAssign(iOther);
+        } else {
+            std::memcpy(&mU, &iOther.mU, sizeof(mU));
+        }
+        return *this;
+    }
+    ~Vela_Event() {
+        if (mU.mBase.mType == kLongSysex) LongSysexDestruct();
+    }
 
     EEventType GetType() const { return static_cast<EEventType>(mU.mBase.mType); }
     // Among events at one time the lower value plays first.
@@ -223,6 +239,12 @@ protected:
     void LongSysexCopyConstruct();             // add the reference a copy holds
     void LongSysexAssign(const Vela_Event& iOther);  // release ours, copy, add theirs
     void LongSysexDestruct();                  // release ours
+    // Type, byte 1 and byte 2 of a fresh value (the channel voice views).
+    void SetTwoBytes(EEventType iType, int8_t iByte1, int8_t iByte2) {
+        mU.mTwo.mType = iType;
+        mU.mTwo.mByte1 = iByte1;
+        mU.mTwo.mByte2 = iByte2;
+    }
     // Releases a long sysex held and leaves the null event.
     void MakeNull();
     // Payload of a sysex message (types 14, 15): the stored bytes between F0 and F7, as the
@@ -264,7 +286,7 @@ static_assert(Vela_EventLayout<>::kChecked);
 
 class Vela_NoteOnEvent : public Vela_Event {
 public:
-    Vela_NoteOnEvent(int8_t iPitch, int8_t iVelocity);
+    Vela_NoteOnEvent(int8_t iPitch, int8_t iVelocity) { SetTwoBytes(kNoteOn, iPitch, iVelocity); }
     // Velocity = the library-wide default velocity (80 at load).
     explicit Vela_NoteOnEvent(int8_t iPitch);
     int8_t GetPitch() const { return mU.mTwo.mByte1; }
@@ -277,7 +299,7 @@ public:
 
 class Vela_NoteOffEvent : public Vela_Event {
 public:
-    Vela_NoteOffEvent(int8_t iPitch, int8_t iVelocity);
+    Vela_NoteOffEvent(int8_t iPitch, int8_t iVelocity) { SetTwoBytes(kNoteOff, iPitch, iVelocity); }
     int8_t GetPitch() const { return mU.mTwo.mByte1; }
     void SetPitch(int8_t iPitch) { mU.mTwo.mByte1 = iPitch; }
     int8_t GetVelocity() const { return mU.mTwo.mByte2; }
@@ -338,14 +360,17 @@ public:
 class Vela_PitchBendEvent : public Vela_Event {
 public:
     // Centred on 0: -8192..8191 for a standard 14-bit bend.
-    explicit Vela_PitchBendEvent(int16_t iBend);
+    explicit Vela_PitchBendEvent(int16_t iBend) {
+        mU.mBase.mType = kPitchBend;
+        mU.mWord.mWord = iBend;
+    }
     int16_t GetBendValue() const { return mU.mWord.mWord; }
     void SetBendValue(int16_t iBend) { mU.mWord.mWord = iBend; }
 };
 
 class Vela_ControllerEvent : public Vela_Event {
 public:
-    Vela_ControllerEvent(int8_t iNumber, int8_t iValue);
+    Vela_ControllerEvent(int8_t iNumber, int8_t iValue) { SetTwoBytes(kController, iNumber, iValue); }
     int8_t GetControllerNumber() const { return mU.mTwo.mByte1; }
     void SetControllerNumber(int8_t iNumber) { mU.mTwo.mByte1 = iNumber; }
     int8_t GetValue() const { return mU.mTwo.mByte2; }
@@ -357,7 +382,11 @@ public:
 // disabled (inverted on purpose: a zero word is bank 0 with both halves enabled).
 class Vela_ProgramEvent : public Vela_Event {
 public:
-    Vela_ProgramEvent(int8_t iProgramByte, int16_t iBankWord);
+    Vela_ProgramEvent(int8_t iProgramByte, int16_t iBankWord) {
+        mU.mBase.mType = kProgram;
+        mU.mWord.mByte1 = iProgramByte;
+        mU.mWord.mWord = iBankWord;
+    }
 
     int8_t GetProgram() const;
     void SetProgram(int8_t iProgram);
@@ -389,14 +418,17 @@ public:
 
 class Vela_MonoPressureEvent : public Vela_Event {
 public:
-    explicit Vela_MonoPressureEvent(int8_t iPressure);
+    explicit Vela_MonoPressureEvent(int8_t iPressure) {
+        mU.mBase.mType = kMonoPressure;
+        mU.mTwo.mByte1 = iPressure;
+    }
     int8_t GetPressure() const { return mU.mTwo.mByte1; }
     void SetPressure(int8_t iPressure) { mU.mTwo.mByte1 = iPressure; }
 };
 
 class Vela_PolyPressureEvent : public Vela_Event {
 public:
-    Vela_PolyPressureEvent(int8_t iPitch, int8_t iPressure);
+    Vela_PolyPressureEvent(int8_t iPitch, int8_t iPressure) { SetTwoBytes(kPolyPressure, iPitch, iPressure); }
     int8_t GetPitch() const { return mU.mTwo.mByte1; }
     void SetPitch(int8_t iPitch) { mU.mTwo.mByte1 = iPitch; }
     int8_t GetPressure() const { return mU.mTwo.mByte2; }

@@ -417,12 +417,99 @@ TEST(MdiParseToEventReceiver, EncodedChannelEventsParseBackToThemselves) {
     }
 }
 
+// Mostly whole channel messages, with and without their status byte, as a live input carries
+// them; now and then a clock byte inside a message, a sysex, or a burst of mixed bytes.
+Bytes ChannelHeavyStream(uint32_t iSeed, size_t iLength) {
+    std::mt19937 rng(iSeed);
+    Bytes bytes;
+    unsigned runningStatus = 0;
+    while (bytes.size() < iLength) {
+        const unsigned r = rng() % 1000;
+        if (r < 10) {
+            const Bytes burst = MixedStream(rng(), 1 + rng() % 8);
+            bytes.insert(bytes.end(), burst.begin(), burst.end());
+            runningStatus = 0;  // unknown after the burst: restate it
+            continue;
+        }
+        if (r < 15) {
+            const Bytes sysex = Sysex(static_cast<int>(rng() % 40));
+            bytes.insert(bytes.end(), sysex.begin(), sysex.end());
+            runningStatus = 0;
+            continue;
+        }
+        const unsigned status = runningStatus != 0 && rng() % 2 == 0 ? runningStatus : 0x80 + rng() % 0x70;
+        if (status != runningStatus) bytes.push_back(static_cast<unsigned char>(status));
+        runningStatus = status;
+        const int dataBytes = (status >> 4) == 0xC || (status >> 4) == 0xD ? 1 : 2;
+        for (int i = 0; i < dataBytes; ++i) {
+            if (rng() % 100 == 0) bytes.push_back(0xF8);
+            bytes.push_back(static_cast<unsigned char>(rng() % 8 == 0 ? 0 : rng() & 0x7F));
+        }
+    }
+    return bytes;
+}
+
+// Records events like RecordingReceiver, and every so often changes the parser's state in the
+// middle of a stream: clears the running status or flips the note-on zero conversion.
+class MeddlingReceiver : public Mdie_EventReceiver {
+public:
+    explicit MeddlingReceiver(Mdi_Parse& iParser) : mParser(iParser) {}
+    void ReceiveEvent(const Vela_Event& iEvent) override {
+        mReceived.push_back({iEvent, mParser.GetChannel()});
+        if (mReceived.size() % 97 == 0) mParser.ClearRunningStatus();
+        if (mReceived.size() % 89 == 0) mParser.SetConvertNoteOnZero(!mParser.GetConvertNoteOnZero());
+    }
+    std::vector<Received> mReceived;
+
+private:
+    Mdi_Parse& mParser;
+};
+
+// Overrides nothing, so the parser goes through its virtual handlers.
+class Mdi_HandlerRouteParser : public Mdi_ParseToEventReceiver {};
+
+// An event parser of exactly Mdi_ParseToEventReceiver frames channel messages without calling
+// its handlers; it must deliver what the handlers deliver, with the same channel and results.
+TEST(MdiParseToEventReceiver, TheDirectRouteDeliversWhatTheHandlersDo) {
+    Bytes stream = ChannelHeavyStream(5, 200000);
+    const Bytes mixed = MixedStream(9, 20000);
+    stream.insert(stream.end(), mixed.begin(), mixed.end());
+
+    auto parse = [&stream](Mdi_ParseToEventReceiver& ioParser, std::vector<bool>& oResults) {
+        MeddlingReceiver receiver(ioParser);
+        ioParser.SetEventReceiver(&receiver);
+        std::mt19937 rng(13);
+        for (size_t at = 0; at < stream.size();) {
+            const size_t n = std::min<size_t>(stream.size() - at, rng() % 300);
+            oResults.push_back(ioParser.MidiStream(stream.data() + at, static_cast<short>(n)));
+            at += n;
+        }
+        return receiver.mReceived;
+    };
+    Mdi_ParseToEventReceiver direct;
+    Mdi_HandlerRouteParser viaHandlers;
+    std::vector<bool> directResults, handlerResults;
+    const std::vector<Received> got = parse(direct, directResults);
+    const std::vector<Received> expected = parse(viaHandlers, handlerResults);
+
+    ASSERT_GT(expected.size(), 50000u);
+    ASSERT_EQ(got.size(), expected.size());
+    for (size_t i = 0; i < got.size(); ++i) {
+        ASSERT_EQ(got[i].mEvent.GetType(), expected[i].mEvent.GetType()) << "event " << i;
+        ASSERT_TRUE(got[i].mEvent == expected[i].mEvent) << "event " << i;
+        ASSERT_EQ(got[i].mChannel, expected[i].mChannel) << "event " << i;
+    }
+    EXPECT_EQ(directResults, handlerResults);
+}
+
 TEST(MdiParseToEventReceiver, ParsingAllocatesNothing) {
     struct CountingReceiver : Mdie_EventReceiver {
         int mCount = 0;
         void ReceiveEvent(const Vela_Event& iEvent) override { mCount += iEvent.GetType() != Vela_Event::kNull; }
     } receiver;
-    const Bytes stream = MixedStream(3, 50000);
+    Bytes stream = MixedStream(3, 50000);
+    const Bytes channelHeavy = ChannelHeavyStream(3, 50000);
+    stream.insert(stream.end(), channelHeavy.begin(), channelHeavy.end());
     Mdi_ParseToEventReceiver parser;
     parser.SetEventReceiver(&receiver);
     Mdi_Parse base;  // the base handlers, for the sysex and system paths
