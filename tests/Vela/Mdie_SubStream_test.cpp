@@ -12,31 +12,33 @@
 
 namespace {
 
-struct TypeCase {
-    const char* mName;
-    Mdie_SubStream mSubStream;
-    Vela_Event::EEventType mKind;
-    int32_t mGlobalIndex;
-    int32_t mMin;
-    int32_t mMax;
-};
-
-std::vector<TypeCase> RealTypes() {
-    return {
-        {"pitch bend", Mdie_SubStream::PitchBend(), Vela_Event::kPitchBend, 0, -8192, 8191},
-        {"controller 1", Mdie_SubStream::Controller(1), Vela_Event::kController, 1, 0, 127},
-        {"controller 119", Mdie_SubStream::Controller(119), Vela_Event::kController, 119, 0, 127},
-        {"program", Mdie_SubStream::Program(), Vela_Event::kProgram, 121, 0, 16777215},
-        {"mono pressure", Mdie_SubStream::MonoPressure(), Vela_Event::kMonoPressure, 120, 0, 127},
-        {"poly pressure 0", Mdie_SubStream::PolyPressure(0), Vela_Event::kPolyPressure, 122, 0, 127},
-        {"poly pressure 127", Mdie_SubStream::PolyPressure(127), Vela_Event::kPolyPressure, 249, 0, 127},
-    };
+std::vector<uint8_t> WriteBlock(int8_t iCode, int32_t iIndex) {
+    Sys_MemoryOutStream out;
+    {
+        Sys_StdStreamHeaderWriter header(out, "Mdss", 1);
+        out.Write(iCode);
+        out.Write(iIndex);
+    }
+    return out.GetBytes();
 }
 
-TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEvent) {
+TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEventAndItsBlock) {
+    const struct {
+        Mdie_SubStream mSubStream;
+        Vela_Event::EEventType mKind;
+        int32_t mGlobalIndex, mMin, mMax;
+    } kTypes[] = {
+        {Mdie_SubStream::PitchBend(), Vela_Event::kPitchBend, 0, -8192, 8191},
+        {Mdie_SubStream::Controller(1), Vela_Event::kController, 1, 0, 127},
+        {Mdie_SubStream::Controller(119), Vela_Event::kController, 119, 0, 127},
+        {Mdie_SubStream::Program(), Vela_Event::kProgram, 121, 0, 16777215},
+        {Mdie_SubStream::MonoPressure(), Vela_Event::kMonoPressure, 120, 0, 127},
+        {Mdie_SubStream::PolyPressure(0), Vela_Event::kPolyPressure, 122, 0, 127},
+        {Mdie_SubStream::PolyPressure(127), Vela_Event::kPolyPressure, 249, 0, 127},
+    };
     AssertCapture asserts;
-    for (const TypeCase& c : RealTypes()) {
-        SCOPED_TRACE(c.mName);
+    for (const auto& c : kTypes) {
+        SCOPED_TRACE(c.mGlobalIndex);
         Mdie_SubStream_ValueRange range;
         c.mSubStream.GetValueRange(range);
         EXPECT_EQ(range.mMin, c.mMin);
@@ -46,12 +48,24 @@ TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEvent) {
             const Vela_Event event = c.mSubStream.MakeEvent(value);
             EXPECT_EQ(event.GetType(), c.mKind);
             EXPECT_EQ(c.mSubStream.GetValueFromEvent(event), value);
-            // The event leads back to the same sub-stream.
             EXPECT_EQ(Mdie_SubStream(event), c.mSubStream);
         }
+        Sys_MemoryOutStream out;
+        c.mSubStream.StreamOut(out);
+        const std::vector<uint8_t> bytes = out.GetBytes();
+        Sys_MemoryInStream in(bytes.data(), bytes.size());
+        Mdie_SubStream read;
+        read.StreamIn(in);
+        EXPECT_EQ(read, c.mSubStream);
+        EXPECT_EQ(read.GetIndex(), c.mGlobalIndex);
+        EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size()));
     }
     EXPECT_EQ(asserts.Count(), 0u);
     EXPECT_EQ(Mdie_SubStream::GetNumIndices(), 250);
+    // The body is the code then the index.
+    Sys_MemoryOutStream out;
+    Mdie_SubStream::Controller(64).StreamOut(out);
+    EXPECT_EQ(out.GetBytes(), WriteBlock(2, 64));
 }
 
 TEST(Mdie_SubStream, ProgramValuePacksTheBankAboveTheProgramByte) {
@@ -125,62 +139,28 @@ TEST(Mdie_SubStream, SortsByGlobalIndexThenTypeCode) {
     EXPECT_NE(Mdie_SubStream::PitchBend(), Mdie_SubStream());
 }
 
-// ---------------------------------------------------------------- "Mdss" block
-
-std::vector<uint8_t> WriteBlock(int8_t iCode, int32_t iIndex) {
-    Sys_MemoryOutStream out;
-    {
-        Sys_StdStreamHeaderWriter header(out, "Mdss", 1);
-        out.Write(iCode);
-        out.Write(iIndex);
-    }
-    return out.GetBytes();
-}
-
-std::vector<uint8_t> StreamOut(const Mdie_SubStream& iSubStream) {
-    Sys_MemoryOutStream out;
-    iSubStream.StreamOut(out);
-    return out.GetBytes();
-}
-
-TEST(Mdie_SubStream, StreamsEveryTypeAndReadsItBack) {
-    for (const TypeCase& c : RealTypes()) {
-        const std::vector<uint8_t> bytes = StreamOut(c.mSubStream);
-        Sys_MemoryInStream in(bytes.data(), bytes.size());
-        Mdie_SubStream read;
-        read.StreamIn(in);
-        EXPECT_EQ(read, c.mSubStream) << c.mName;
-        EXPECT_EQ(read.GetIndex(), c.mGlobalIndex) << c.mName;
-        EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size()));
-    }
-    // The body is the code then the index.
-    EXPECT_EQ(StreamOut(Mdie_SubStream::Controller(64)), WriteBlock(2, 64));
-}
-
-// Expects StreamIn to throw the localized error with iText and to leave the target as it was.
-void ExpectRejected(const std::vector<uint8_t>& iBytes, const char* iText) {
-    Sys_MemoryInStream in(iBytes.data(), iBytes.size());
-    Mdie_SubStream target = Mdie_SubStream::Controller(9);
-    try {
-        target.StreamIn(in);
-        ADD_FAILURE() << "accepted";
-    } catch (const Cmn_TypedException<L10N_ExceptionData>& e) {
-        EXPECT_STREQ(e.what(), iText);
-    }
-    EXPECT_EQ(target, Mdie_SubStream::Controller(9));
-}
-
+// Every rejected block throws the localized error and leaves the target as it was.
 TEST(Mdie_SubStream, RejectsUnknownTypeCodesAndInvalidSubIndices) {
-    ExpectRejected(WriteBlock(6, 0), "bad data encountered");
-    ExpectRejected(WriteBlock(-1, 0), "bad data encountered");
-    ExpectRejected(WriteBlock(127, 1), "bad data encountered");
-    ExpectRejected(WriteBlock(2, 0), "bad subtype encountered");
-    ExpectRejected(WriteBlock(2, 120), "bad subtype encountered");
-    ExpectRejected(WriteBlock(5, 128), "bad subtype encountered");
-    ExpectRejected(WriteBlock(5, -1), "bad subtype encountered");
+    const struct {
+        int8_t mCode;
+        int32_t mIndex;
+        int mMessageID;
+    } kCases[] = {{6, 0, 202}, {-1, 0, 202}, {127, 1, 202}, {2, 0, 201}, {2, 120, 201}, {5, 128, 201}, {5, -1, 201}};
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(testing::Message() << int(c.mCode) << " " << c.mIndex);
+        const std::vector<uint8_t> bytes = WriteBlock(c.mCode, c.mIndex);
+        Sys_MemoryInStream in(bytes.data(), bytes.size());
+        Mdie_SubStream target = Mdie_SubStream::Controller(9);
+        try {
+            target.StreamIn(in);
+            ADD_FAILURE() << "accepted";
+        } catch (const Cmn_LocalizedException& e) {
+            EXPECT_EQ(e.GetMessageID(), c.mMessageID);
+            EXPECT_STREQ(e.what(), c.mMessageID == 201 ? "bad subtype encountered" : "bad data encountered");
+        }
+        EXPECT_EQ(target, Mdie_SubStream::Controller(9));
+    }
 }
-
-// ---------------------------------------------------------------- filter
 
 const Time_TypedLength kLength(10, kTime_Ticks);
 
@@ -259,7 +239,7 @@ TEST(Mdie_Filter, DroppedVelocitiesAreRewrittenPerNoteKind) {
     EXPECT_EQ(blocked.AsNoteOff().GetVelocity(), 30);
 }
 
-TEST(Mdie_Filter, ControllersAreJudgedByTheirOwnBit) {
+TEST(Mdie_Filter, SubStreamsAreJudgedByTheirOwnBit) {
     Mdie_Filter filter;
     Cmn_BitArray<128> bits;
     bits.Set(7, true);
@@ -274,6 +254,9 @@ TEST(Mdie_Filter, ControllersAreJudgedByTheirOwnBit) {
     EXPECT_FALSE(filter.FilterSubStream(Mdie_SubStream::PitchBend()));
     filter.Set(Mdie_Filter::kPitchBend, true);
     EXPECT_TRUE(filter.FilterSubStream(Mdie_SubStream::PitchBend()));
+    AssertCapture asserts;
+    EXPECT_TRUE(Mdie_Filter().FilterSubStream(Mdie_SubStream()));  // a null sub-stream passes, reported
+    EXPECT_GT(asserts.Count(), 0u);
 }
 
 TEST(Mdie_Filter, EqualityAndInversionSeeEverySingleBit) {
@@ -302,13 +285,6 @@ TEST(Mdie_Filter, EqualityAndInversionSeeEverySingleBit) {
     Mdie_Filter none;
     none.InvertAll();
     EXPECT_EQ(all, none);
-}
-
-TEST(Mdie_Filter, ANullSubStreamPassesAfterReportingIt) {
-    Mdie_Filter filter;  // blocks everything it governs
-    AssertCapture asserts;
-    EXPECT_TRUE(filter.FilterSubStream(Mdie_SubStream()));
-    EXPECT_GT(asserts.Count(), 0u);
 }
 
 }  // namespace

@@ -102,44 +102,24 @@ TEST(SysexEvent, LongPayloadIsFramedInSharedHeapData) {
     EXPECT_EQ(fromVector.GetDirectDataPtr()[15], payload[14]);
 }
 
-TEST(SysexPacket, WholeShortMessageBecomesAShortSysex) {
-    const Bytes message = {0xF0, 0x7E, 0x7F, 0x09, 0x01, 0xF7};
-    const Vela_SysexPacketEvent packet(6, message.data(), nullptr);
-    EXPECT_EQ(packet.GetType(), Vela_Event::kSysex);
-    EXPECT_EQ(packet.AsSysex().GetLength(), 4);
-    EXPECT_EQ(packet.GetLength(), 6);
-    EXPECT_EQ(PacketData(packet, 0, 6), message);
-    EXPECT_EQ(PacketData(packet, 0, 2), (Bytes{0xF0, 0x7E}));
-    EXPECT_EQ(PacketData(packet, 2, 6), (Bytes{0x7F, 0x09, 0x01, 0xF7}));
-    EXPECT_EQ(PacketData(packet, 5, 6), (Bytes{0xF7}));
-    EXPECT_TRUE(packet.IsBeginningPacket());
-    EXPECT_TRUE(packet.IsEndingPacket());
-    EXPECT_TRUE(packet.IsComplete());
-    EXPECT_EQ(packet.GetDirectDataPtr(), nullptr);
-
-    // 14 payload bytes is still short; 15 needs shared data.
-    const Bytes longest = Packet(16, true, true);
-    EXPECT_EQ(Vela_SysexPacketEvent(16, longest.data(), nullptr).GetType(), Vela_Event::kSysex);
-    CountingAllocator allocator;
-    const Bytes longer = Packet(17, true, true);
-    EXPECT_EQ(Vela_SysexPacketEvent(17, longer.data(), &allocator).GetType(), Vela_Event::kLongSysex);
-}
-
 TEST(SysexPacket, PacketsAreClassifiedInEveryStoredForm) {
     struct Case {
         int mLength;
         bool mStart, mEnd;
         Vela_Event::EEventType mType;
-        bool mBeginning, mEnding, mComplete;
+        bool mBeginning, mEnding, mComplete, mCompleteLong;
     };
     const Case cases[] = {
-        {14, true, false, Vela_Event::kSysexPacket, true, false, false},
-        {5, false, true, Vela_Event::kSysexPacket, false, true, false},
-        {5, false, false, Vela_Event::kSysexPacket, false, false, false},
-        {20, false, true, Vela_Event::kLongSysex, false, true, false},
-        {20, true, false, Vela_Event::kLongSysex, true, false, false},
-        {20, false, false, Vela_Event::kLongSysex, false, false, false},
-        {20, true, true, Vela_Event::kLongSysex, false, false, true},
+        {6, true, true, Vela_Event::kSysex, true, true, true, false},   // a whole short message
+        {16, true, true, Vela_Event::kSysex, true, true, true, false},  // 14 payload bytes: still short
+        {17, true, true, Vela_Event::kLongSysex, false, false, true, true},
+        {14, true, false, Vela_Event::kSysexPacket, true, false, false, false},
+        {5, false, true, Vela_Event::kSysexPacket, false, true, false, false},
+        {5, false, false, Vela_Event::kSysexPacket, false, false, false, false},
+        {20, false, true, Vela_Event::kLongSysex, false, true, false, false},
+        {20, true, false, Vela_Event::kLongSysex, true, false, false, false},
+        {20, false, false, Vela_Event::kLongSysex, false, false, false, false},
+        {20, true, true, Vela_Event::kLongSysex, false, false, true, true},
     };
     CountingAllocator allocator;
     for (const Case& c : cases) {
@@ -150,12 +130,19 @@ TEST(SysexPacket, PacketsAreClassifiedInEveryStoredForm) {
         EXPECT_EQ(packet.IsBeginningPacket(), c.mBeginning);
         EXPECT_EQ(packet.IsEndingPacket(), c.mEnding);
         EXPECT_EQ(packet.IsComplete(), c.mComplete);
-        EXPECT_EQ(packet.IsCompleteLongSysex(), c.mComplete);
+        EXPECT_EQ(packet.IsCompleteLongSysex(), c.mCompleteLong);
         EXPECT_EQ(packet.GetLength(), c.mLength);
         EXPECT_EQ(PacketData(packet, 0, c.mLength), bytes);
+        EXPECT_EQ(PacketData(packet, 2, c.mLength), Bytes(bytes.begin() + 2, bytes.end()));
+        EXPECT_EQ(PacketData(packet, c.mLength - 1, c.mLength), Bytes(1, bytes.back()));
         EXPECT_FALSE(packet.IsMessageSysex(0) && c.mType == Vela_Event::kSysexPacket);
+        if (c.mType == Vela_Event::kSysex) {
+            EXPECT_EQ(packet.AsSysex().GetLength(), c.mLength - 2);
+            EXPECT_EQ(packet.GetDirectDataPtr(), nullptr);
+        }
     }
     EXPECT_EQ(allocator.mLive.load(), 0);
+    EXPECT_EQ(Vela_SysexPacketEvent(16, Packet(16, true, true).data(), nullptr).GetType(), Vela_Event::kSysex);
 }
 
 TEST(SysexPacket, LongPacketSharesRealTimeDataUntilTheLastCopyGoes) {
@@ -185,26 +172,26 @@ TEST(SysexPacket, RefusingAllocatorLeavesANullEventAndNothingTaken) {
         EXPECT_EQ(allocator.mLive.load(), 0);
     }
     EXPECT_EQ(Vela_SysexPacketEvent(40, bytes.data(), nullptr).GetType(), Vela_Event::kNull);
-
-    CountingAllocator refusing(1);
-    auto* blockP = static_cast<unsigned char*>(refusing.Alloc(40, &gVela_SysexDataRTTag));
-    const Vela_SysexPacketEvent adopted(Vela_SysexPacketEvent::InitWithBlock(), blockP, 40, &refusing);
-    EXPECT_EQ(adopted.GetType(), Vela_Event::kNull);
-    EXPECT_EQ(refusing.mLive.load(), 0);  // an adopted block is returned, not lost
 }
 
-TEST(SysexPacket, AdoptedBlockIsKeptWithoutCopying) {
-    CountingAllocator allocator;
-    auto* blockP = static_cast<unsigned char*>(allocator.Alloc(20, &gVela_SysexDataRTTag));
+// An adopted block is kept without copying, and given back when the event cannot be built.
+TEST(SysexPacket, AdoptedBlockIsKeptWithoutCopyingOrReturned) {
     const Bytes bytes = Packet(20, true, true);
-    std::memcpy(blockP, bytes.data(), bytes.size());
-    {
-        const Vela_SysexPacketEvent packet(Vela_SysexPacketEvent::InitWithBlock(), blockP, 20, &allocator);
-        EXPECT_EQ(packet.GetType(), Vela_Event::kLongSysex);
-        EXPECT_EQ(packet.GetDirectDataPtr(), blockP);
-        EXPECT_TRUE(packet.IsComplete());
+    for (int refuseFrom : {1, 2}) {  // the data object refused; nothing refused
+        SCOPED_TRACE(refuseFrom);
+        CountingAllocator allocator(refuseFrom);
+        auto* blockP = static_cast<unsigned char*>(allocator.Alloc(20, &gVela_SysexDataRTTag));
+        std::memcpy(blockP, bytes.data(), bytes.size());
+        {
+            const Vela_SysexPacketEvent packet(Vela_SysexPacketEvent::InitWithBlock(), blockP, 20, &allocator);
+            EXPECT_EQ(packet.GetType(), refuseFrom == 1 ? Vela_Event::kNull : Vela_Event::kLongSysex);
+            if (refuseFrom == 2) {
+                EXPECT_EQ(packet.GetDirectDataPtr(), blockP);
+                EXPECT_TRUE(packet.IsComplete());
+            }
+        }
+        EXPECT_EQ(allocator.mLive.load(), 0);
     }
-    EXPECT_EQ(allocator.mLive.load(), 0);
 }
 
 TEST(SysexData, NullBufferIsReported) {

@@ -51,15 +51,13 @@ struct SysexListFixture {
 
 }  // namespace
 
-TEST(TimedEvent, DefaultIsTickZeroWithTheNullEventAndNoSource) {
+TEST(TimedEvent, DefaultIsTickZeroWithTheNullEventAndEqualityIgnoresTheSource) {
     const Mdie_TimedEvent timed;
     EXPECT_EQ(timed.GetTime().AsInt64(), 0);
     EXPECT_EQ(timed.GetTime().GetType(), kTime_Ticks);
     EXPECT_EQ(timed.GetEvent().GetType(), Vela_Event::kNull);
     EXPECT_TRUE(timed.GetSourceStamp().IsEmpty());
-}
 
-TEST(TimedEvent, EqualityComparesTimeAndEventButNotTheSource) {
     const Time_Typed t(100, kTime_Ticks);
     const Mdie_TimedEvent a(t, Vela_NoteOnEvent(60, 100), Mdie_SourceStamp{3, 1});
     EXPECT_TRUE(a == Mdie_TimedEvent(t, Vela_NoteOnEvent(60, 100)));
@@ -122,29 +120,22 @@ TEST(TimedEventList, StreamsAsCountThenTimeAndEventBlockPerEventAndReadsBack) {
     EXPECT_EQ(back[1].GetTime().GetType(), kTime_Samples);
     EXPECT_TRUE(back[0] == fixture.mList[0]);
     EXPECT_EQ(StreamOut(back), bytes);  // the long payload came back whole
+
+    const ByteVector empty = Block("MdTEL", 1, ByteVector(4, 0));
+    EXPECT_EQ(StreamOut(Mdie_TimedEventList()), empty);
+    Sys_MemoryInStream emptyIn(empty.data(), empty.size());
+    back.StreamIn(emptyIn);
+    EXPECT_TRUE(back.IsEmpty());
 }
 
-TEST(TimedEventList, AnEmptyListStreamsACountOfZero) {
-    Mdie_TimedEventList empty;
-    ByteVector body;
-    Append(body, 0, 4);
-    const ByteVector bytes = StreamOut(empty);
-    EXPECT_EQ(bytes, Block("MdTEL", 1, body));
-    Sys_MemoryInStream in(bytes.data(), bytes.size());
-    empty.StreamIn(in);
-    EXPECT_TRUE(empty.IsEmpty());
-}
-
-TEST(TimedEventList, EveryTruncationFailsWithAStreamException) {
+TEST(TimedEventList, EveryTruncationAndImpossibleCountFailsWithAStreamException) {
     const ByteVector bytes = SysexListFixture().Expected();
     for (size_t size = 0; size < bytes.size(); ++size) {
         Sys_MemoryInStream in(bytes.data(), size);
         Mdie_TimedEventList list;
         EXPECT_THROW(list.StreamIn(in), Sys_StreamException) << "truncated to " << size;
     }
-}
-
-TEST(TimedEventList, ImpossibleCountsAreRefusedWithoutReservingForThem) {
+    // Impossible counts are refused before anything is reserved for them.
     for (int32_t count : {-1, 0x7FFFFFFF}) {
         ByteVector body;
         Append(body, count, 4);
