@@ -8,15 +8,15 @@
 #include "AssertCapture.h"
 
 namespace {
-
 struct TestMsg : Cmn_MsgBase {
     int mValue = 0;
 };
 struct OtherMsg : Cmn_MsgBase {};
 
+size_t Subscribers() { return Cmn_N10nCenter::Sender()->GetSubscriberCount(Cmn_MsgId::Of<TestMsg>()); }
 }  // namespace
 
-TEST(Cmn_N10n, DeliversToEverySubscriberUntilItGoes) {
+TEST(Cmn_N10n, DeliversToEverySubscriberOfItsClassUntilItGoes) {
     int firstSum = 0;
     int secondSum = 0;
     TestMsg msg;
@@ -25,16 +25,16 @@ TEST(Cmn_N10n, DeliversToEverySubscriberUntilItGoes) {
         Cmn_Subscribable<TestMsg> first([&](const TestMsg& iMsg) { firstSum += iMsg.mValue; });
         {
             Cmn_Subscribable<TestMsg> second([&](const TestMsg& iMsg) { secondSum += iMsg.mValue; });
-            EXPECT_EQ(Cmn_N10nCenter::Sender()->GetSubscriberCount(Cmn_MsgId::Of<TestMsg>()), 2u);
+            EXPECT_EQ(Subscribers(), 2u);
             Cmn_N10nCenter::Sender()->Send(msg);
         }
         Cmn_N10nCenter::Sender()->Send(msg);
-        Cmn_N10nCenter::Sender()->Send(OtherMsg());  // another class: no delivery to these
+        Cmn_N10nCenter::Sender()->Send(OtherMsg());
     }
     Cmn_N10nCenter::Sender()->Send(msg);
     EXPECT_EQ(firstSum, 10);
     EXPECT_EQ(secondSum, 5);
-    EXPECT_EQ(Cmn_N10nCenter::Sender()->GetSubscriberCount(Cmn_MsgId::Of<TestMsg>()), 0u);
+    EXPECT_EQ(Subscribers(), 0u);
 }
 
 TEST(Cmn_N10n, HandlerOfTheWrongTypeIsReportedAndSkipped) {
@@ -63,15 +63,13 @@ TEST(Cmn_N10n, HandlerMayUnsubscribeAnotherDuringDelivery) {
 }
 
 TEST(Cmn_N10n, ConcurrentSubscribeAndSendThreads) {
-    std::atomic<int> delivered{0};
     std::atomic<bool> stop{false};
     std::thread sender([&] {
         while (!stop.load()) Cmn_N10nCenter::Sender()->Send(TestMsg());
     });
-    for (int i = 0; i < 200; ++i) {
-        Cmn_Subscribable<TestMsg> subscriber([&](const TestMsg&) { ++delivered; });
-    }
+    std::atomic<int> delivered{0};  // written by the sender thread while subscribers come and go
+    for (int i = 0; i < 200; ++i) Cmn_Subscribable<TestMsg> subscriber([&](const TestMsg&) { ++delivered; });
     stop = true;
     sender.join();
-    EXPECT_EQ(Cmn_N10nCenter::Sender()->GetSubscriberCount(Cmn_MsgId::Of<TestMsg>()), 0u);
+    EXPECT_EQ(Subscribers(), 0u);
 }
