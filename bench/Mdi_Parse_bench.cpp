@@ -168,6 +168,30 @@ void W1_AlsaEncodeByte(benchmark::State& ioState) {
     Finish(ioState, last, kW1Events, kW1Hash);
 }
 BENCHMARK(W1_AlsaEncodeByte)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+
+// The hashing sink alone, over events encoded beforehand: the part of every W1 figure above
+// that no parser can remove (one data-dependent switch per event).
+void W1_ReferenceSinkOnly(benchmark::State& ioState) {
+    std::vector<snd_seq_event_t> events;
+    snd_midi_event_t* encoderP = nullptr;
+    if (snd_midi_event_new(256, &encoderP) < 0) {
+        ioState.SkipWithError("snd_midi_event_new failed");
+        return;
+    }
+    snd_seq_event_t event;
+    for (uint8_t b : W1Stream()) {
+        if (snd_midi_event_encode_byte(encoderP, b, &event) > 0) events.push_back(event);
+    }
+    snd_midi_event_free(encoderP);
+    wl::W1Sink last;
+    for (auto _ : ioState) {
+        wl::W1Sink sink;
+        for (const snd_seq_event_t& each : events) HashAlsaEvent(sink, each);
+        last = sink;
+    }
+    Finish(ioState, last, kW1Events, kW1Hash);
+}
+BENCHMARK(W1_ReferenceSinkOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
 #endif
 
 // ---------------------------------------------------------------- reference passes

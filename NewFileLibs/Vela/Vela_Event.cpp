@@ -123,13 +123,9 @@ Vela_PitchToMIDINoteWithDuration::Vela_PitchToMIDINoteWithDuration(int8_t iPitch
 
 // ---------------------------------------------------------------- program and bank bits
 
-int8_t Vela_ProgramEvent::GetProgram() const { return static_cast<int8_t>(mU.mWord.mByte1 & 0x7F); }
-
 void Vela_ProgramEvent::SetProgram(int8_t iProgram) {
     mU.mWord.mByte1 = static_cast<int8_t>((mU.mWord.mByte1 & kProgramEnableBit) | iProgram);
 }
-
-bool Vela_ProgramEvent::IsProgramEnabled() const { return (mU.mWord.mByte1 & kProgramEnableBit) == 0; }
 
 void Vela_ProgramEvent::SetProgramEnable(bool iEnable) {
     int byte = mU.mWord.mByte1 & ~kProgramEnableBit;

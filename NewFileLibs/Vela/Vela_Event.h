@@ -388,11 +388,11 @@ public:
         mU.mWord.mWord = iBankWord;
     }
 
-    int8_t GetProgram() const;
+    int8_t GetProgram() const { return static_cast<int8_t>(mU.mWord.mByte1 & 0x7F); }
     void SetProgram(int8_t iProgram);
     int8_t GetFullProgram() const { return mU.mWord.mByte1; }
     void SetFullProgram(int8_t iProgramByte) { mU.mWord.mByte1 = iProgramByte; }
-    bool IsProgramEnabled() const;
+    bool IsProgramEnabled() const { return (mU.mWord.mByte1 & static_cast<int8_t>(kProgramDisabled)) == 0; }
     void SetProgramEnable(bool iEnable);
 
     int16_t GetBank() const;
