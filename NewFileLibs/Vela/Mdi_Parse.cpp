@@ -55,6 +55,9 @@ struct Mdi_ChannelMessage {
 // status byte), which the byte-at-a-time path then sorts out. Three bytes must be readable.
 // Branch-free apart from that answer: the message types of a live stream are unpredictable.
 // (Masks rather than conditional expressions, which compilers tend to turn into branches.)
+// Program change and channel pressure (0xC0..0xDF) carry one data byte, the others two.
+inline unsigned HasOneDataByte(unsigned iStatus) { return (iStatus & 0xE0) == 0xC0; }
+
 inline int FrameChannelMessage(const unsigned char* iByteP, unsigned iRunningStatus, Mdi_ChannelMessage& oMessage) {
     const unsigned first = iByteP[0];
     const unsigned hasStatus = first >> 7;
@@ -62,8 +65,10 @@ inline int FrameChannelMessage(const unsigned char* iByteP, unsigned iRunningSta
     const unsigned status = (first & statusMask) | (iRunningStatus & ~statusMask);
     if (status - 0x80u >= kFirstSystemStatus - 0x80u) return 0;
     const unsigned char* const dataP = iByteP + hasStatus;
-    // Program change and channel pressure (0xC, 0xD) carry one data byte, the others two.
-    const unsigned oneDataByte = ((status >> 4) - 0xCu) < 2u;
+    // The step to the next message is what one message waits for in the next: the length is
+    // worked out both ways at once (the running status is known early) and then selected,
+    // rather than after selecting the status.
+    const unsigned oneDataByte = (HasOneDataByte(first) & statusMask) | (HasOneDataByte(iRunningStatus) & ~statusMask);
     const unsigned data1 = dataP[0];
     const unsigned data2 = dataP[1] & (oneDataByte - 1u);  // read even when unused: in bounds
     if (((data1 | data2) & 0x80) != 0) return 0;
@@ -171,12 +176,18 @@ bool Mdi_Parse::StreamWith(const unsigned char* iBytes, short iLength, const FWh
         if (count == 0) {
             Mdi_ChannelMessage message;
             int used;
+            unsigned runningStatus = mRunningStatus;
             while (end - byteP >= kLongestChannelMessage &&
-                   (used = FrameChannelMessage(byteP, mRunningStatus, message)) != 0) {
-                // Running status is read back each time: a handler may have cleared it.
-                mRunningStatus = static_cast<uint8_t>(message.mStatus);
+                   (used = FrameChannelMessage(byteP, runningStatus, message)) != 0) {
+                runningStatus = message.mStatus;
+                mRunningStatus = static_cast<uint8_t>(runningStatus);
                 byteP += used;
                 result = iWholeMessage(message);
+                // A handler may have changed the running status (cleared it, say). That is
+                // rare, so the register copy is checked rather than reloaded, and the next
+                // message need not wait for the load; when it did change, the byte path below
+                // takes the next byte under the new state.
+                if (mRunningStatus != runningStatus) [[unlikely]] break;
             }
             if (byteP == end) break;
         }
