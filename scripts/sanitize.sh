@@ -3,7 +3,7 @@
 # then the cross-thread tests with ThreadSanitizer.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/install-deps.sh"
+"$root/scripts/install-deps.sh" clang libclang-rt-14-dev
 export CC=clang CXX=clang++
 BUILD_TYPE=Debug "$root/scripts/build.sh" "$root/build-asan" -DVELA_SANITIZE=address,undefined -DVELA_BUILD_BENCHMARKS=OFF
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
