@@ -79,8 +79,8 @@ public:
 
 // An ordered sequence of timed events (the order is the caller's; nothing here sorts).
 // The list is the library's store of timed sysex data: its streamed form keeps only
-// system-exclusive events (types 14 and 15; any other type is asserted at writing and read
-// back as the null event).
+// system-exclusive events (types 14 and 15). Any other type is asserted at writing and leaves
+// an empty event block, which has no null flag to read: a list holding one cannot be read back.
 //
 // Streamed form, a block tagged "MdTEL", version 1 (little-endian, inside the block framing):
 //   int32  count

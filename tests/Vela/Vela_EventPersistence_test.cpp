@@ -163,6 +163,11 @@ TEST(EventPersistence, OnlySysexEventsStreamAPayload) {
     EXPECT_EQ(StreamOut(Vela_NoteOnEvent(60, 100)), Block("", 1, {}));
     ASSERT_EQ(capture.Count(), 1u);
     EXPECT_EQ(capture.Texts()[0], "0@$^$@NewFileLibs/Vela/Vela_EventPersistence.cpp");
+    // The empty block has no null flag: reading it back is a short read, not a null event.
+    const ByteVector empty = Block("", 1, {});
+    Sys_MemoryInStream in(empty.data(), empty.size());
+    Vela_Event event;
+    EXPECT_THROW(event.StreamIn(in), Sys_StreamException);
 }
 
 TEST(EventPersistence, RawImagesInASegmentedVectorKeepReferenceCountsExact) {
