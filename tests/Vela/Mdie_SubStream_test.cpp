@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "AllocCounter.h"
 #include "AssertCapture.h"
 #include "Sys_StdStreamHeader.h"
 #include "Sys_TypedStream.h"
@@ -196,9 +197,15 @@ TEST(Mdie_Filter, DefaultFilterJudgesEveryEventKind) {
         {Vela_QuarterFrameEvent(0x12), true},
         {Vela_ClipEvent("clip", kLength), true},
     };
-    for (const Case& c : cases) {
-        Vela_Event event = c.mEvent;
-        EXPECT_EQ(filter.FilterEvent(&event), c.mPasses) << int(c.mEvent.GetType());
+    {
+        // Range iteration filters on the playback thread.
+        AllocCounter counter;
+        for (const Case& c : cases) {
+            Vela_Event event = c.mEvent;
+            EXPECT_EQ(filter.FilterEvent(&event), c.mPasses) << int(c.mEvent.GetType());
+        }
+        EXPECT_TRUE(filter.FilterSubStream(Mdie_SubStream::Program()));
+        EXPECT_EQ(counter.Count(), 0u);
     }
     Mdie_Filter inverted = filter;
     inverted.InvertAll();
