@@ -87,9 +87,12 @@ Sys_StdStreamHeaderReader::~Sys_StdStreamHeaderReader() {
 }
 
 void Sys_StdStreamHeaderReader::CheckVersion(short iMin, short iMax) const {
-    if (mVersion < iMin || mVersion > iMax)
+    // Readers pass the version they write in both arguments and tell older blocks apart by
+    // GetVersion(); iMin is kept for their documentation, the acceptance is [1, iMax].
+    (void)iMin;
+    if (mVersion < kOldestVersion || mVersion > iMax)
         throw Sys_StreamException("block " + Quoted(mTag) + " has version " + std::to_string(mVersion) +
-                                  ", readable are " + std::to_string(iMin) + " to " + std::to_string(iMax));
+                                  ", readable are " + std::to_string(kOldestVersion) + " to " + std::to_string(iMax));
 }
 
 bool Sys_StdStreamHeaderReader::IsMoreLeft() const { return mStream.GetPos() < mEnd; }

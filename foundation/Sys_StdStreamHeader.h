@@ -8,7 +8,10 @@
 //   | body size    | int64  | bytes of body after this field; never negative           |
 //   | body         | bytes  | the owner's fields, possibly nested blocks               |
 // Reading: the constructor checks the tag and that the block fits in its parent (or the
-// stream); CheckVersion(min, max) throws for a version outside [min, max]; IsMoreLeft() tells
+// stream); CheckVersion(min, max) throws for a block newer than max (its writer knew fields
+// this reader cannot) or below 1 (no writer wrote it); older blocks pass, and the reader tells
+// them apart by GetVersion(), so readers call it with their own version in both arguments
+// (min documents that version and is not enforced); IsMoreLeft() tells
 // whether unread body bytes remain; SkipTheRest() moves to the block's end so that fields a
 // newer writer appended are skipped. The destructor closes the block (moves to its end).
 // Every failure throws Sys_StreamException; nothing is read beyond the block. Destructors never
@@ -47,6 +50,8 @@ public:
     ~Sys_StdStreamHeaderReader();
     Sys_StdStreamHeaderReader(const Sys_StdStreamHeaderReader&) = delete;
     Sys_StdStreamHeaderReader& operator=(const Sys_StdStreamHeaderReader&) = delete;
+
+    static constexpr short kOldestVersion = 1;
 
     void CheckVersion(short iMin, short iMax) const;
     short GetVersion() const { return mVersion; }

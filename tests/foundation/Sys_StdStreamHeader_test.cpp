@@ -100,16 +100,21 @@ TEST(Sys_StdStreamHeader, WrongTagNamesBothTags) {
     EXPECT_THROW(Sys_StdStreamHeaderReader(in, "Out"), Sys_StreamException);
 }
 
-TEST(Sys_StdStreamHeader, VersionOutsideTheRangeThrows) {
-    const ByteVector bytes = WriteNested(5);
-    Sys_MemoryInStream in(bytes.data(), bytes.size());
-    Sys_StdStreamHeaderReader parent(in, "Outer");
-    EXPECT_NO_THROW(parent.CheckVersion(0, 1));
-    EXPECT_THROW(parent.CheckVersion(2, 3), Sys_StreamException);
-    ReadValue<int32_t>(in);
-    Sys_StdStreamHeaderReader child(in, "In");
-    EXPECT_THROW(child.CheckVersion(2, 4), Sys_StreamException);
-    EXPECT_NO_THROW(child.CheckVersion(1, 5));
+TEST(Sys_StdStreamHeader, NewerAndInvalidVersionsThrowOlderOnesAreTheReadersToTell) {
+    for (short version : {short(1), short(3), short(5), short(0), short(-2)}) {
+        const ByteVector bytes = WriteNested(version);
+        Sys_MemoryInStream in(bytes.data(), bytes.size());
+        Sys_StdStreamHeaderReader parent(in, "Outer");
+        ReadValue<int32_t>(in);
+        Sys_StdStreamHeaderReader child(in, "In");
+        SCOPED_TRACE(version);
+        EXPECT_EQ(child.GetVersion(), version);
+        if (version < 1 || version > 3) {
+            EXPECT_THROW(child.CheckVersion(3, 3), Sys_StreamException);
+        } else {
+            EXPECT_NO_THROW(child.CheckVersion(3, 3));
+        }
+    }
 }
 
 TEST(Sys_StdStreamHeader, EveryTruncationThrowsStreamException) {
