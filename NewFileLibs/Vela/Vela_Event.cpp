@@ -167,6 +167,22 @@ void Vela_ProgramEvent::SetLSBBankEnable(bool iEnable) {
     mU.mWord.mWord = static_cast<int16_t>(word);
 }
 
+bool Vela_ProgramEvent::IsPartEnabled(EPart iPart) const {
+    switch (iPart) {
+        case kBankMSBPart: return IsMSBBankEnabled();
+        case kBankLSBPart: return IsLSBBankEnabled();
+        default: return IsProgramEnabled();
+    }
+}
+
+int Vela_ProgramEvent::GetPartValue(EPart iPart) const {
+    switch (iPart) {
+        case kBankMSBPart: return GetMSBBank();
+        case kBankLSBPart: return GetLSBBank();
+        default: return GetProgram();
+    }
+}
+
 uint32_t Vela_ProgramEvent::GetOMSPatchNum() const {
     uint32_t patch = 0xFF000000u;
     if (IsMSBBankEnabled()) patch |= static_cast<uint32_t>(static_cast<uint8_t>(GetMSBBank())) << 16;

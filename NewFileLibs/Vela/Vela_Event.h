@@ -411,6 +411,12 @@ public:
     // 0xFF000000 | enabled MSB << 16 | enabled LSB << 8 | the program byte sign-extended.
     uint32_t GetOMSPatchNum() const;
 
+    // The three parts of a program change, in the order they are sent and compared.
+    enum EPart : int { kBankMSBPart = 0, kBankLSBPart = 1, kProgramPart = 2 };
+    static constexpr int kNumParts = 3;
+    bool IsPartEnabled(EPart iPart) const;
+    int GetPartValue(EPart iPart) const;  // 0..127
+
     static constexpr int16_t kBankMSBDisabled = static_cast<int16_t>(0x8000);
     static constexpr int16_t kBankLSBDisabled = 0x4000;
     static constexpr int8_t kProgramDisabled = static_cast<int8_t>(0x80);

@@ -84,33 +84,20 @@ constexpr ProgramPart kProgramParts[] = {
     {2, 0xC0, -1},    // program change
 };
 constexpr int kNumProgramParts = sizeof(kProgramParts) / sizeof(kProgramParts[0]);
+static_assert(kNumProgramParts == Vela_ProgramEvent::kNumParts);
 
-bool IsPartEnabled(const Vela_ProgramEvent& iEvent, int iPart) {
-    switch (iPart) {
-        case 0: return iEvent.IsMSBBankEnabled();
-        case 1: return iEvent.IsLSBBankEnabled();
-        default: return iEvent.IsProgramEnabled();
-    }
-}
-
-int PartValue(const Vela_ProgramEvent& iEvent, int iPart) {
-    switch (iPart) {
-        case 0: return iEvent.GetMSBBank();
-        case 1: return iEvent.GetLSBBank();
-        default: return iEvent.GetProgram();
-    }
-}
+Vela_ProgramEvent::EPart PartAt(int iPart) { return static_cast<Vela_ProgramEvent::EPart>(iPart); }
 
 int CountProgramParts(const Vela_ProgramEvent& iEvent) {
     int count = 0;
-    for (int part = 0; part < kNumProgramParts; ++part) count += IsPartEnabled(iEvent, part) ? 1 : 0;
+    for (int part = 0; part < kNumProgramParts; ++part) count += iEvent.IsPartEnabled(PartAt(part)) ? 1 : 0;
     return count;
 }
 
 // The part that message index iIndex names (the index counts enabled parts only), or -1.
 int FindProgramPart(const Vela_ProgramEvent& iEvent, int iIndex) {
     for (int part = 0; part < kNumProgramParts; ++part) {
-        if (!IsPartEnabled(iEvent, part)) continue;
+        if (!iEvent.IsPartEnabled(PartAt(part))) continue;
         if (iIndex == 0) return part;
         --iIndex;
     }
@@ -124,7 +111,7 @@ int WriteProgramMessage(const Vela_ProgramEvent& iEvent, signed char* oData, int
     signed char* outP = oData;
     *outP++ = static_cast<signed char>(form.mStatus);
     if (form.mController >= 0) *outP++ = form.mController;
-    *outP++ = static_cast<signed char>(PartValue(iEvent, part));
+    *outP++ = static_cast<signed char>(iEvent.GetPartValue(PartAt(part)));
     return form.mLength;
 }
 

@@ -85,13 +85,13 @@ struct ProgramPart {
     int mValue;
 };
 
-constexpr int kProgramParts = 3;
+constexpr int kProgramParts = Vela_ProgramEvent::kNumParts;
 
-// In the order the parts decide the ordering: MSB, LSB, program.
 void GetProgramParts(const Vela_ProgramEvent& iEvent, ProgramPart (&oParts)[kProgramParts]) {
-    oParts[0] = {iEvent.IsMSBBankEnabled(), iEvent.GetMSBBank() & 0x7F};
-    oParts[1] = {iEvent.IsLSBBankEnabled(), iEvent.GetLSBBank() & 0x7F};
-    oParts[2] = {iEvent.IsProgramEnabled(), iEvent.GetProgram() & 0x7F};
+    for (int i = 0; i < kProgramParts; ++i) {
+        const auto part = static_cast<Vela_ProgramEvent::EPart>(i);
+        oParts[i] = {iEvent.IsPartEnabled(part), iEvent.GetPartValue(part)};
+    }
 }
 
 // The enabled flags agree and, where enabled, the values agree; a disabled value is ignored.
