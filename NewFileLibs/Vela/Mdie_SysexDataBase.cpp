@@ -73,8 +73,9 @@ bool Vela_Event::GetSysexPayload(const unsigned char*& oDataP, int& oLength) con
     oDataP = nullptr;
     oLength = 0;
     if (mU.mBase.mType == kSysex) {
+        // A damaged length must never let a reader run past the inline bytes.
         oDataP = mU.mShortSysex.mBytes;
-        oLength = mU.mShortSysex.mLength;
+        oLength = std::clamp<int>(mU.mShortSysex.mLength, 0, kMaxShortSysex);
         return true;
     }
     if (mU.mBase.mType == kLongSysex) {

@@ -71,25 +71,16 @@ std::unique_ptr<unsigned char[]> AllocateScratch(int32_t iLength) {
 
 void Vela_Event::StreamOut(Sys_TypedOutStream& iStream) const {
     Sys_StdStreamHeaderWriter header(iStream, kEventStreamTag, kEventStreamVersion);
-    switch (GetType()) {
-        case kSysex: {
-            const int32_t length = std::clamp<int32_t>(mU.mShortSysex.mLength, 0, kMaxShortSysex);
-            WritePayloadHeader(iStream, length);
-            iStream.WriteBlock(mU.mShortSysex.mBytes, length);
-            break;
-        }
-        case kLongSysex: {
-            // Stored as F0, payload, F7. A stored form shorter than its two framing bytes
-            // (only a damaged packet could be) writes an empty payload.
-            const Mdie_SysexDataBase* dataP = mU.mLongSysex.mDataP;
-            const int32_t length = std::max<int32_t>(dataP->GetLength() - 2, 0);
-            WritePayloadHeader(iStream, length);
-            WriteInPieces(iStream, dataP->GetData() + 1, length);
-            break;
-        }
-        default:
-            VELA_ASSERT(0);
-            break;
+    const unsigned char* payloadP = nullptr;
+    int payloadLength = 0;
+    if (GetType() == kSysex || GetType() == kLongSysex) {
+        // A long form shorter than its two framing bytes (only a damaged packet could be)
+        // has no payload and writes an empty one.
+        GetSysexPayload(payloadP, payloadLength);
+        WritePayloadHeader(iStream, payloadLength);
+        WriteInPieces(iStream, payloadP, payloadLength);
+    } else {
+        VELA_ASSERT(0);
     }
     header.PatchSize();
 }
