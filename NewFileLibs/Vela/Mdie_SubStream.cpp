@@ -21,13 +21,16 @@ constexpr Mdie_SubStreamType_Row kProgramRow{3, Vela_Event::kProgram, 121, false
 constexpr Mdie_SubStreamType_Row kMonoPressureRow{4, Vela_Event::kMonoPressure, 120, false, true, kAnyMin, kAnyMax, {0, 127}};
 constexpr Mdie_SubStreamType_Row kPolyPressureRow{5, Vela_Event::kPolyPressure, 122, true, false, 0, 127, {0, 127}};
 
+// The global index a row gives a sub-index (wide, so no sub-index can overflow it).
+int64_t RowIndex(const Mdie_SubStreamType_Row& iRow, int32_t iSubIndex) {
+    return iRow.mIndexed ? int64_t(iRow.mIndexBase) + iSubIndex : iRow.mIndexBase;
+}
+
 // The operations every real type answers from its row.
 class TableType : public Mdie_SubStreamType {
 public:
     using Mdie_SubStreamType::Mdie_SubStreamType;
-    int32_t GetIndex(int32_t iSubIndex) const override {
-        return mRow.mIndexed ? mRow.mIndexBase + iSubIndex : mRow.mIndexBase;
-    }
+    int32_t GetIndex(int32_t iSubIndex) const override { return static_cast<int32_t>(RowIndex(mRow, iSubIndex)); }
     void GetValueRange(Mdie_SubStream_ValueRange& oRange) const override { oRange = mRow.mRange; }
     int8_t GetTypeCode() const override { return mRow.mTypeCode; }
     bool IsValidSubType(int32_t iSubIndex) const override {
@@ -209,9 +212,9 @@ bool Mdie_SubStream::operator==(const Mdie_SubStream& iOther) const {
 bool Mdie_SubStream::operator<(const Mdie_SubStream& iOther) const {
     const Mdie_SubStreamType_Row& mine = mTypeP->GetRow();
     const Mdie_SubStreamType_Row& theirs = iOther.mTypeP->GetRow();
-    // Sort keys that never call the null type's asserting operations.
-    const int64_t myIndex = mine.mIndexed ? int64_t(mine.mIndexBase) + mIndex : mine.mIndexBase;
-    const int64_t theirIndex = theirs.mIndexed ? int64_t(theirs.mIndexBase) + iOther.mIndex : theirs.mIndexBase;
+    // Read from the rows, so sorting never calls the null type's asserting operations.
+    const int64_t myIndex = RowIndex(mine, mIndex);
+    const int64_t theirIndex = RowIndex(theirs, iOther.mIndex);
     if (myIndex != theirIndex) return myIndex < theirIndex;
     return mine.mTypeCode < theirs.mTypeCode;
 }
