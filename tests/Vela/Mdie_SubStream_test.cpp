@@ -7,20 +7,18 @@
 
 #include "AllocCounter.h"
 #include "AssertCapture.h"
-#include "Sys_StdStreamHeader.h"
+#include "BlockBytes.h"
 #include "Sys_TypedStream.h"
 #include "Vela_Init.h"
 
 namespace {
 
-std::vector<uint8_t> WriteBlock(int8_t iCode, int32_t iIndex) {
-    Sys_MemoryOutStream out;
-    {
-        Sys_StdStreamHeaderWriter header(out, "Mdss", 1);
-        out.Write(iCode);
-        out.Write(iIndex);
-    }
-    return out.GetBytes();
+// A sub-stream's block: the type code, then the sub-index.
+ByteVector MdssBlock(int8_t iCode, int32_t iIndex) {
+    ByteVector body;
+    Append(body, iCode, 1);
+    Append(body, iIndex, 4);
+    return Block("Mdss", 1, body);
 }
 
 TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEventAndItsBlock) {
@@ -63,10 +61,9 @@ TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEventAndItsBl
     }
     EXPECT_EQ(asserts.Count(), 0u);
     EXPECT_EQ(Mdie_SubStream::GetNumIndices(), 250);
-    // The body is the code then the index.
     Sys_MemoryOutStream out;
     Mdie_SubStream::Controller(64).StreamOut(out);
-    EXPECT_EQ(out.GetBytes(), WriteBlock(2, 64));
+    EXPECT_EQ(out.GetBytes(), MdssBlock(2, 64));
 }
 
 TEST(Mdie_SubStream, ProgramValuePacksTheBankAboveTheProgramByte) {
@@ -149,7 +146,7 @@ TEST(Mdie_SubStream, RejectsUnknownTypeCodesAndInvalidSubIndices) {
     } kCases[] = {{6, 0, 202}, {-1, 0, 202}, {127, 1, 202}, {2, 0, 201}, {2, 120, 201}, {5, 128, 201}, {5, -1, 201}};
     for (const auto& c : kCases) {
         SCOPED_TRACE(testing::Message() << int(c.mCode) << " " << c.mIndex);
-        const std::vector<uint8_t> bytes = WriteBlock(c.mCode, c.mIndex);
+        const ByteVector bytes = MdssBlock(c.mCode, c.mIndex);
         Sys_MemoryInStream in(bytes.data(), bytes.size());
         Mdie_SubStream target = Mdie_SubStream::Controller(9);
         try {
