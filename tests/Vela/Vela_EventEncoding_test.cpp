@@ -7,6 +7,7 @@
 
 #include "AllocCounter.h"
 #include "AssertCapture.h"
+#include "EventBytes.h"
 #include "Mem2_MasterAllocator.h"
 #include "Vela_Event.h"
 
@@ -55,8 +56,6 @@ Vela_Event WithRawType(int iType) {
     std::memcpy(static_cast<void*>(&event), &type, 1);
     return event;
 }
-
-int16_t Bank(int iMSB, int iLSB) { return static_cast<int16_t>((iMSB << 7) | iLSB); }
 
 const struct SingleCase {
     Vela_Event mEvent;
@@ -147,7 +146,7 @@ TEST(EventEncoding, SlicesOfAnySizeConcatenateToTheWholeMessage) {
 
 TEST(EventEncoding, LongSysexFromPacketsIsSentOnlyWhenComplete) {
     Mem2_MasterAllocator allocator(1 << 16);
-    std::vector<unsigned char> bytes(20, 0x22);
+    Bytes bytes(20, 0x22);
     bytes.front() = 0xF0;
     const Vela_SysexPacketEvent noEnd(20, bytes.data(), &allocator);
     ASSERT_EQ(noEnd.GetType(), Vela_Event::kLongSysex);
@@ -156,8 +155,8 @@ TEST(EventEncoding, LongSysexFromPacketsIsSentOnlyWhenComplete) {
 
     bytes.back() = 0xF7;
     const Vela_SysexPacketEvent complete(20, bytes.data(), &allocator);
-    EXPECT_EQ(Single(complete), Bytes(bytes.begin(), bytes.end()));
-    for (int slice : {1, 4, 19, 20}) EXPECT_EQ(Sliced(complete, slice), Bytes(bytes.begin(), bytes.end()));
+    EXPECT_EQ(Single(complete), bytes);
+    for (int slice : {1, 4, 19, 20}) EXPECT_EQ(Sliced(complete, slice), bytes);
 
     // A short packet is never a message, and counting it is legal.
     const Vela_SysexPacketEvent shortPacket(3, bytes.data(), &allocator);

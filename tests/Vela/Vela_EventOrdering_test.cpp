@@ -3,15 +3,13 @@
 
 #include "AllocCounter.h"
 #include "AssertCapture.h"
+#include "EventBytes.h"
 #include "BlockBytes.h"
 #include "Vela_Event.h"
 
 namespace {
 
 const Time_TypedLength kQuarter(960000, kTime_Ticks);
-
-// Bank word with both halves enabled.
-int16_t Bank(int iMSB, int iLSB) { return static_cast<int16_t>((iMSB << 7) | iLSB); }
 
 }  // namespace
 

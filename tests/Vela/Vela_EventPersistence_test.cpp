@@ -8,6 +8,7 @@
 #include "BlockBytes.h"
 #include "Cmn_ChunkyPODVector.h"
 #include "Cmn_Exception.h"
+#include "EventBytes.h"
 #include "Mdie_SysexDataBase.h"
 #include "Sys_TypedStream.h"
 #include "Vela_Event.h"
@@ -46,7 +47,6 @@ protected:
     }
 };
 
-
 // An event kept as raw bytes, the way the segmented record vectors keep them.
 struct EventImage {
     alignas(Vela_Event) unsigned char mBytes[sizeof(Vela_Event)];
@@ -69,12 +69,7 @@ void ImageIn(Vela_Event& ioSlot, EventImage& iImage) {
     std::memcpy(static_cast<void*>(&ioSlot), iImage.mBytes, sizeof(Vela_Event));
 }
 
-// The shared data of a long sysex: the pointer at bytes 8..15 of the value.
-int32_t RefCountOf(const Vela_Event& iLongSysex) {
-    Mdie_SysexDataBase* dataP = nullptr;
-    std::memcpy(&dataP, reinterpret_cast<const unsigned char*>(&iLongSysex) + 8, sizeof(dataP));
-    return dataP->GetRefCount();
-}
+int32_t RefCountOf(const Vela_Event& iLongSysex) { return SharedSysexData(iLongSysex)->GetRefCount(); }
 
 }  // namespace
 

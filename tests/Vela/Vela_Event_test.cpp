@@ -9,6 +9,7 @@
 
 #include "AllocCounter.h"
 #include "BlockBytes.h"
+#include "EventBytes.h"
 #include "Mdie_SysexDataBase.h"
 #include "Sys_RefCount.h"
 #include "Vela_Event.h"
@@ -29,11 +30,6 @@ T FieldAt(const Raw& iRaw, size_t iOffset) {
     T value;
     std::memcpy(&value, iRaw.data() + iOffset, sizeof(T));
     return value;
-}
-
-// The shared data object that bytes 8..15 of a long sysex point to.
-Mdie_SysexDataBase* SharedData(const Vela_Event& iEvent) {
-    return FieldAt<Mdie_SysexDataBase*>(RawBytes(iEvent), 8);
 }
 
 }  // namespace
@@ -140,7 +136,7 @@ TEST(EventSharing, CopiesAndAssignmentsCountReferences) {
     const size_t pendingBefore = Sys_DelayedDeletionObject::GetPendingCount();
     {
         const Vela_SysexEvent original(15, payload.data());
-        Mdie_SysexDataBase* dataP = SharedData(original);
+        Mdie_SysexDataBase* dataP = SharedSysexData(original);
         ASSERT_NE(dataP, nullptr);
         EXPECT_EQ(dataP->GetLength(), 17);
         EXPECT_EQ(dataP->GetRefCount(), 1);
