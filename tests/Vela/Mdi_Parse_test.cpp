@@ -449,17 +449,16 @@ Bytes ChannelHeavyStream(uint32_t iSeed, size_t iLength) {
     return bytes;
 }
 
-// Records events like RecordingReceiver, and every so often changes the parser's state in the
-// middle of a stream: clears the running status or flips the note-on zero conversion.
-class MeddlingReceiver : public Mdie_EventReceiver {
+// Records events, and every so often changes the parser's state in the middle of a stream:
+// clears the running status or flips the note-on zero conversion.
+class MeddlingReceiver : public RecordingReceiver {
 public:
-    explicit MeddlingReceiver(Mdi_Parse& iParser) : mParser(iParser) {}
+    explicit MeddlingReceiver(Mdi_Parse& iParser) : RecordingReceiver(iParser), mParser(iParser) {}
     void ReceiveEvent(const Vela_Event& iEvent) override {
-        mReceived.push_back({iEvent, mParser.GetChannel()});
+        RecordingReceiver::ReceiveEvent(iEvent);
         if (mReceived.size() % 97 == 0) mParser.ClearRunningStatus();
         if (mReceived.size() % 89 == 0) mParser.SetConvertNoteOnZero(!mParser.GetConvertNoteOnZero());
     }
-    std::vector<Received> mReceived;
 
 private:
     Mdi_Parse& mParser;
