@@ -50,6 +50,12 @@ void ForEachSlice(const std::vector<uint8_t>& iStream, FeedSlice&& iFeed) {
 
 // ---------------------------------------------------------------- the library's parser
 
+void FeedW1(Mdi_Parse& ioParser) {
+    ForEachSlice(W1Stream(), [&](const uint8_t* iBytes, size_t iLength) {
+        ioParser.MidiStream(iBytes, static_cast<short>(iLength));
+    });
+}
+
 class HashingReceiver : public Mdie_EventReceiver {
 public:
     explicit HashingReceiver(const Mdi_Parse& iParser) : mParser(iParser) {}
@@ -81,15 +87,12 @@ private:
 };
 
 void W1_VelaParse(benchmark::State& ioState) {
-    const std::vector<uint8_t>& stream = W1Stream();
     wl::W1Sink last;
     for (auto _ : ioState) {
         Mdi_ParseToEventReceiver parser;
         HashingReceiver receiver(parser);
         parser.SetEventReceiver(&receiver);
-        ForEachSlice(stream, [&](const uint8_t* iBytes, size_t iLength) {
-            parser.MidiStream(iBytes, static_cast<short>(iLength));
-        });
+        FeedW1(parser);
         last = receiver.mSink;
     }
     Finish(ioState, last, kW1Events, kW1Hash);
@@ -105,15 +108,12 @@ public:
 };
 
 void W1_VelaParseOnly(benchmark::State& ioState) {
-    const std::vector<uint8_t>& stream = W1Stream();
     uint64_t count = 0;
     for (auto _ : ioState) {
         Mdi_ParseToEventReceiver parser;
         CountingReceiver receiver;
         parser.SetEventReceiver(&receiver);
-        ForEachSlice(stream, [&](const uint8_t* iBytes, size_t iLength) {
-            parser.MidiStream(iBytes, static_cast<short>(iLength));
-        });
+        FeedW1(parser);
         count = receiver.mCount;
     }
     if (count != kW1Events) ioState.SkipWithError("W1 event count mismatch");
