@@ -162,7 +162,7 @@ void Ndo_Manager::Register(Ndo_Object* iObjectP) {
     iObjectP->mUndoId = mNextId++;
     mObjects[iObjectP->mUndoId] = Entry{iObjectP, false};
     if (mGroupDepth > 0 && !mRestoring) {
-        iObjectP->mCreatedGroup = mGroupSerial;
+        // Created in this group: undo hides it as a whole, so its changes need no state.
         iObjectP->mMarkedGroup = mGroupSerial;
         mOpen.mCreated.push_back(iObjectP->mUndoId);
     }
@@ -177,8 +177,6 @@ void Ndo_Manager::AboutToModify(Ndo_Object* iObjectP) {
     if (!iObjectP->NdoIsUndoable() || mGroupDepth == 0 || mRestoring) return;
     if (iObjectP->mMarkedGroup == mGroupSerial) return;
     iObjectP->mMarkedGroup = mGroupSerial;
-    // An object created in this group needs no state: undo hides it as a whole.
-    if (iObjectP->mCreatedGroup == mGroupSerial) return;
     mOpen.mChanges.push_back(Change{iObjectP->mUndoId, std::unique_ptr<Ndo_State>(iObjectP->NdoGetState())});
 }
 

@@ -73,7 +73,8 @@ private:
     friend class Ndo_Manager;
 
     uint64_t mUndoId = kNdo_NoId;
-    uint64_t mMarkedGroup = 0;   // serial of the group in which the change was last announced
-    uint64_t mCreatedGroup = 0;  // serial of the group this object was created in (0: none)
+    // Serial of the group in which the change was last announced, or in which the object was
+    // created: either way a later announcement in that group has nothing to save.
+    uint64_t mMarkedGroup = 0;
     bool mFlag = false;
 };

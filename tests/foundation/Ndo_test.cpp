@@ -158,7 +158,8 @@ TEST_F(NdoTest, ObjectDisposedInAStepComesBackOnUndoAndLookupFindsIt) {
 
 TEST_F(NdoTest, ExternalReferenceFollowsTheObjectInAndOutOfSight) {
     Counter* created = nullptr;
-    Step([&] { created = new Counter(7); });
+    Step([&] { created = new Counter(6), created->Set(7); });
+    EXPECT_EQ(Counter::sLiveStates, 0) << "a change to an object created in the same step saves nothing";
     const Ndo_ExternalRefBase ref(created);
     const Ndo_ExternalRefBase copy = ref;
     EXPECT_EQ(copy.GetObjPtr(), created);
@@ -166,6 +167,7 @@ TEST_F(NdoTest, ExternalReferenceFollowsTheObjectInAndOutOfSight) {
     EXPECT_EQ(copy.GetObjPtr(), nullptr);
     ASSERT_TRUE(Ndo_gManager.Redo());
     EXPECT_EQ(copy.GetObjPtr(), created);
+    EXPECT_EQ(created->mValue, 7);
 
     auto* plain = new Counter(0, Ndo_Object::kNotUndoable);
     EXPECT_EQ(Ndo_ExternalRefBase(plain).GetObjPtr(), plain);
