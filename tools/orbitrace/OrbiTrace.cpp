@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -18,6 +19,32 @@ namespace {
 constexpr size_t kLineBytes = 4096;
 constexpr int kMaxCategories = 64;
 constexpr int kAllCategories = -1;
+
+// One line being built in a stack buffer: the category prefix, then text appended piece by
+// piece. Text that does not fit is cut; the buffer's last byte stays free for the line break.
+class Line {
+public:
+    explicit Line(unsigned int iCategory) : mCategory(iCategory) { Append("%08x ", iCategory); }
+
+    void AppendV(const char* iFormat, va_list iArguments) {
+        const int written = std::vsnprintf(mText + mUsed, kCapacity - mUsed, iFormat, iArguments);
+        if (written > 0) mUsed = std::min(kCapacity - 1, mUsed + static_cast<size_t>(written));
+    }
+    ORBITRACE_PRINTF(2, 3) void Append(const char* iFormat, ...) {
+        va_list arguments;
+        va_start(arguments, iFormat);
+        AppendV(iFormat, arguments);
+        va_end(arguments);
+    }
+    // How many more characters fit whole.
+    size_t Room() const { return kCapacity - 1 - mUsed; }
+
+    // What vsnprintf may fill: text and its terminating zero, short of the break's byte.
+    static constexpr size_t kCapacity = kLineBytes - 1;
+    const unsigned int mCategory;
+    char mText[kLineBytes];
+    size_t mUsed = 0;  // characters of text, without the terminating zero
+};
 
 // Configuration and output file. Readers of the category filter take no lock (the is-active
 // query is asked on playback threads); writers of lines and of the configuration share one.
@@ -51,23 +78,20 @@ public:
     // Writes the category prefix, optional timestamp and the formatted text as one line.
     void WriteV(unsigned int iCategory, bool iTimestamp, bool iToHandler, const char* iFormat, va_list iArguments) {
         if (!IsActive(iCategory)) return;
-        char line[kLineBytes];
-        int used = std::snprintf(line, sizeof line, "%08x ", iCategory);
-        if (iTimestamp) used += std::snprintf(line + used, sizeof line - used, "[%llu] ", static_cast<unsigned long long>(Timestamp()));
-        std::vsnprintf(line + used, sizeof line - used, iFormat, iArguments);
-        WriteLine(iCategory, line, iToHandler);
+        Line line(iCategory);
+        if (iTimestamp) line.Append("[%llu] ", static_cast<unsigned long long>(Timestamp()));
+        line.AppendV(iFormat, iArguments);
+        WriteLine(line, iToHandler);
     }
 
-    void WriteLine(unsigned int iCategory, char* ioLine, bool iToHandler) {
-        size_t length = std::strlen(ioLine);
-        if (length == kLineBytes - 1) --length;  // ioLine holds kLineBytes; keep room for the line break
-        ioLine[length] = '\n';
+    void WriteLine(Line& ioLine, bool iToHandler) {
+        ioLine.mText[ioLine.mUsed] = '\n';
         std::lock_guard<std::mutex> lock(mMutex);
         if (mFile < 0) return;
         // One write per line: O_APPEND makes it land whole even when processes share the file.
-        if (::write(mFile, ioLine, length + 1) > 0) ++mLinesWritten;
-        ioLine[length] = '\0';
-        if (iToHandler && mHandler) mHandler(iCategory, ioLine);
+        if (::write(mFile, ioLine.mText, ioLine.mUsed + 1) > 0) ++mLinesWritten;
+        ioLine.mText[ioLine.mUsed] = '\0';
+        if (iToHandler && mHandler) mHandler(ioLine.mCategory, ioLine.mText);
     }
 
     uint64_t Timestamp() const {
@@ -132,18 +156,21 @@ Tracer& TheTracer() {
     return sTracer;
 }
 
+// Writes iText as one line; callers have checked that iCategory is active.
 void WriteText(unsigned int iCategory, const char* iText) {
-    char line[kLineBytes];
-    const int used = std::snprintf(line, sizeof line, "%08x ", iCategory);
-    std::snprintf(line + used, sizeof line - used, "%s", iText);
-    TheTracer().WriteLine(iCategory, line, true);
+    Line line(iCategory);
+    line.Append("%s", iText);
+    TheTracer().WriteLine(line, true);
 }
 
 std::string gName;  // set by OrbiTraceSetNameFunc, shown when the file is (re)opened
 
 void Restart() {
     TheTracer().Configure();
-    if (!gName.empty() && TheTracer().IsActive(0)) WriteText(0, ("started " + gName).c_str());
+    if (gName.empty() || !TheTracer().IsActive(0)) return;
+    Line line(0);
+    line.Append("started %s", gName.c_str());
+    TheTracer().WriteLine(line, true);
 }
 
 }  // namespace
@@ -178,22 +205,20 @@ ORBITRACE_API void OrbiTracePuts(unsigned int iCategory, const char* iText) {
 
 ORBITRACE_API void OrbiTracePutsNoBreaks(unsigned int iCategory, const char* iText) {
     if (!TheTracer().IsActive(iCategory)) return;
-    std::string text = iText ? iText : "";
-    for (char& c : text)
-        if (c == '\n' || c == '\r') c = ' ';
-    WriteText(iCategory, text.c_str());
+    Line line(iCategory);
+    char* const textP = line.mText + line.mUsed;
+    line.Append("%s", iText ? iText : "");
+    std::replace_if(textP, line.mText + line.mUsed, [](char iChar) { return iChar == '\n' || iChar == '\r'; }, ' ');
+    TheTracer().WriteLine(line, true);
 }
 
 ORBITRACE_API void OrbiTraceMem(unsigned int iCategory, const void* iDataP, size_t iLength) {
     if (!TheTracer().IsActive(iCategory) || iDataP == nullptr) return;
-    std::string hex;
+    Line line(iCategory);
     const auto* bytes = static_cast<const unsigned char*>(iDataP);
-    for (size_t i = 0; i < iLength && hex.size() + 3 < kLineBytes - 16; ++i) {
-        char byte[4];
-        std::snprintf(byte, sizeof byte, i ? " %02x" : "%02x", bytes[i]);
-        hex += byte;
-    }
-    WriteText(iCategory, hex.c_str());
+    // Whole bytes only: the dump stops where the next one would be cut.
+    for (size_t i = 0; i < iLength && line.Room() >= 3; ++i) line.Append(i ? " %02x" : "%02x", bytes[i]);
+    TheTracer().WriteLine(line, true);
 }
 
 ORBITRACE_API void OrbiTraceStack(unsigned int iCategory) {
@@ -210,8 +235,9 @@ ORBITRACE_API void OrbiTraceSetClockCallbackFunc(OrbiTraceClock iClock) { TheTra
 
 ORBITRACE_API void OrbiTraceDumpWriteStatsFunc() {
     if (!TheTracer().IsActive(0)) return;
-    const std::string text = "lines written " + std::to_string(TheTracer().LinesWritten());
-    WriteText(0, text.c_str());
+    Line line(0);
+    line.Append("lines written %llu", static_cast<unsigned long long>(TheTracer().LinesWritten()));
+    TheTracer().WriteLine(line, true);
 }
 
 ORBITRACE_API void OrbiTraceSetNameFunc(const char* iName) { gName = iName ? iName : ""; }
