@@ -9,12 +9,15 @@ namespace {
 
 using Wide = __int128;
 
+constexpr double kDefaultRate = 48000.0, kMinRate = 1.0, kMaxRate = 1.0e6;
+constexpr double kDefaultTempo = 120.0, kMinTempo = 0.001, kMaxTempo = 1000.0;
+
 // Ticks per sample as the reduced fraction mTicks / mSamples, so cross-kind comparison is an
 // exact cross multiplication. Tempo and rate are kept in thousandths, which bounds mTicks by
 // 16000 * 1e6 (34 bits) and mSamples by 1e9: a count times either fits 128 bits with room.
 struct TimeScale {
-    double mSampleRate = 48000.0;
-    double mTempo = 120.0;
+    double mSampleRate = kDefaultRate;
+    double mTempo = kDefaultTempo;
     int64_t mTicks = 40;
     int64_t mSamples = 1;
     int64_t mCoarseGrid = 9600;
@@ -22,8 +25,10 @@ struct TimeScale {
 };
 TimeScale sScale;
 
-constexpr double kMinRate = 1.0, kMaxRate = 1.0e6;
-constexpr double kMinTempo = 0.001, kMaxTempo = 1000.0;
+// A setting held within [iMin, iMax]; NaN, which is in no range, falls back to iDefault.
+double ClampSetting(double iValue, double iMin, double iMax, double iDefault) {
+    return std::isnan(iValue) ? iDefault : std::fmin(std::fmax(iValue, iMin), iMax);
+}
 
 void RecomputeFraction() {
     // ticks per sample = ticksPerQuarter * bpm / (60 * rate); with milli-units that is
@@ -209,7 +214,7 @@ double Time_Globals::GetSampleRate() { return sScale.mSampleRate; }
 
 void Time_Globals::SetSampleRate(double iRate) {
     VELA_ASSERT(iRate >= kMinRate && iRate <= kMaxRate);
-    sScale.mSampleRate = std::isnan(iRate) ? 48000.0 : std::fmin(std::fmax(iRate, kMinRate), kMaxRate);
+    sScale.mSampleRate = ClampSetting(iRate, kMinRate, kMaxRate, kDefaultRate);
     RecomputeFraction();
 }
 
@@ -217,7 +222,7 @@ double Time_Globals::GetTempo() { return sScale.mTempo; }
 
 void Time_Globals::SetTempo(double iBpm) {
     VELA_ASSERT(iBpm >= kMinTempo && iBpm <= kMaxTempo);
-    sScale.mTempo = std::isnan(iBpm) ? 120.0 : std::fmin(std::fmax(iBpm, kMinTempo), kMaxTempo);
+    sScale.mTempo = ClampSetting(iBpm, kMinTempo, kMaxTempo, kDefaultTempo);
     RecomputeFraction();
 }
 
