@@ -1,12 +1,7 @@
-// Block headers. Layout of one block, all little-endian:
-//   tag length  uint8    0..255 (the empty tag is valid)
-//   tag bytes   char[n]  no terminator
-//   version     int16
-//   body size   int64    bytes after this field, >= 0
-//   body        ...
-// The writer puts a zero size first and patches it once the body is known, so a writer never
-// has to know its body size up front. The reader trusts nothing: a size that is negative or
-// passes the enclosing limit is rejected before any body byte is read.
+// Block headers (the layout is described in Sys_StdStreamHeader.h). The writer puts a zero
+// size first and patches it once the body is known, so a writer never has to know its body size
+// up front. The reader trusts nothing: a size that is negative or passes the enclosing limit is
+// rejected before any body byte is read.
 #include "Sys_StdStreamHeader.h"
 
 #include <cstring>
