@@ -27,6 +27,14 @@ void* CountedAlloc(size_t iSize, size_t iAlign) {
     if (!p) throw std::bad_alloc();
     return p;
 }
+
+void* CountedAllocNoThrow(size_t iSize) noexcept {
+    try {
+        return CountedAlloc(iSize, 0);
+    } catch (...) {
+        return nullptr;
+    }
+}
 }  // namespace
 
 // Replacements of the global allocation functions for every test program.
@@ -34,20 +42,8 @@ void* operator new(size_t iSize) { return CountedAlloc(iSize, 0); }
 void* operator new[](size_t iSize) { return CountedAlloc(iSize, 0); }
 void* operator new(size_t iSize, std::align_val_t iAlign) { return CountedAlloc(iSize, static_cast<size_t>(iAlign)); }
 void* operator new[](size_t iSize, std::align_val_t iAlign) { return CountedAlloc(iSize, static_cast<size_t>(iAlign)); }
-void* operator new(size_t iSize, const std::nothrow_t&) noexcept {
-    try {
-        return CountedAlloc(iSize, 0);
-    } catch (...) {
-        return nullptr;
-    }
-}
-void* operator new[](size_t iSize, const std::nothrow_t&) noexcept {
-    try {
-        return CountedAlloc(iSize, 0);
-    } catch (...) {
-        return nullptr;
-    }
-}
+void* operator new(size_t iSize, const std::nothrow_t&) noexcept { return CountedAllocNoThrow(iSize); }
+void* operator new[](size_t iSize, const std::nothrow_t&) noexcept { return CountedAllocNoThrow(iSize); }
 void operator delete(void* iP) noexcept { std::free(iP); }
 void operator delete[](void* iP) noexcept { std::free(iP); }
 void operator delete(void* iP, size_t) noexcept { std::free(iP); }
