@@ -34,6 +34,7 @@
 #include "Mdie_SubStream.h"
 #include "Mdie_SysexDataBase.h"
 #include "Mdie_TimedEvent.h"
+#include "Mdie_TraceUtil.h"
 #include "Mdie_TrackState.h"
 #include "Vela_Event.h"
 #include "Vela_Init.h"
