@@ -39,4 +39,5 @@
 #include "Vela_Event.h"
 #include "Vela_Init.h"
 #include "Vela_N10n.h"
+#include "Vela_ScrubList.h"
 #include "Vela_Trace.h"
