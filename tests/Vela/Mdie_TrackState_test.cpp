@@ -182,13 +182,13 @@ TEST_F(Mdie_TrackStateTest, RandomEventsAndTransitionsMatchAPlainModel) {
     Mdie_TrackState states[2];
     int64_t serial = 0;
     std::vector<int> sounding;  // pitches sounding at the output
-    for (int step = 0; step < 20000; ++step) {
+    for (int step = 0; step < 12000; ++step) {
         const int s = below(2);
         std::vector<ModelNote>& m = model[s];
         Mdie_TrackState& state = states[s];
         const int pitch = 40 + below(8);
         auto firstOf = [&](auto iPredicate) { return std::find_if(m.begin(), m.end(), iPredicate); };
-        const bool growing = (step / 2500) % 2 == 1;  // phases of small states and of states past 200 notes
+        const bool growing = (step / 2000) % 2 == 1;  // phases of small states and of states past 200 notes
         switch (below(m.size() > 260 ? 5 : growing ? 14 : 7)) {
             case 0: {  // a timed note off, or an untimed one
                 const auto it = firstOf([&](const ModelNote& n) { return n.mPitch == pitch; });
