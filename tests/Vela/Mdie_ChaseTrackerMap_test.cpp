@@ -33,24 +33,22 @@ TEST(Mdie_ChaseTrackerMap, StandardMapNumbersEveryEntry) {
     EXPECT_FALSE(map.GetEntryIsChasing(122));
 }
 
-TEST(Mdie_ChaseTrackerMap, UnlistedSubStreamsAndOutOfRangeIndicesAreNotFound) {
+// The lookup goes by global index alone: sub-streams that are never valid share an index with a
+// real one and find its entry; unlisted ones and indices out of range are not found.
+TEST(Mdie_ChaseTrackerMap, LookupGoesByTheGlobalIndexAlone) {
     const Mdie_ChaseTrackerMap map;
+    const std::pair<Mdie_SubStream, int32_t> kCases[] = {
+        {Mdie_SubStream::Controller(127), -1},    {Mdie_SubStream::PolyPressure(60), -1},
+        {Mdie_SubStream::PolyPressure(-128), -1},  // below index 0
+        {Mdie_SubStream::Controller(0), 119},     // pitch bend's index 0
+        {Mdie_SubStream::Controller(120), 120},   // channel pressure's index
+        {Mdie_SubStream::PolyPressure(-5), 116},  // controller 117
+    };
+    for (const auto& [subStream, expected] : kCases) EXPECT_EQ(EntryOf(map, subStream), expected) << subStream.GetIndex();
     int32_t entry = 55;
-    EXPECT_FALSE(map.GetIndexForSubStream(entry, Mdie_SubStream::Controller(127)));
-    EXPECT_FALSE(map.GetIndexForSubStream(entry, Mdie_SubStream::PolyPressure(60)));
     EXPECT_FALSE(map.GetIndexForSubStreamIndex(entry, -1));
     EXPECT_FALSE(map.GetIndexForSubStreamIndex(entry, 250));
-    EXPECT_FALSE(map.GetIndexForSubStream(entry, Mdie_SubStream::PolyPressure(-128)));  // below index 0
     EXPECT_EQ(entry, 55);  // untouched when not found
-}
-
-TEST(Mdie_ChaseTrackerMap, InvalidSubStreamsAreFoundByTheIndexTheyShare) {
-    // The lookup goes by global index alone; sub-streams that are never valid share an index
-    // with a real one and find its entry.
-    const Mdie_ChaseTrackerMap map;
-    EXPECT_EQ(EntryOf(map, Mdie_SubStream::Controller(0)), 119);    // pitch bend's index 0
-    EXPECT_EQ(EntryOf(map, Mdie_SubStream::Controller(120)), 120);  // channel pressure's index
-    EXPECT_EQ(EntryOf(map, Mdie_SubStream::PolyPressure(-5)), 116);  // controller 117
     AssertCapture asserts;
     EXPECT_EQ(EntryOf(map, Mdie_SubStream(Vela_ControllerEvent(0, 1))), 119);  // null: index 0
     ASSERT_EQ(asserts.Count(), 1u);

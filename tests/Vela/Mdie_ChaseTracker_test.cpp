@@ -116,38 +116,48 @@ TEST_F(Mdie_ChaseTrackerTest, TrackAndChaseSetValuesOfListedSubStreamsAndOnlyTra
     EXPECT_FALSE(mTracker.IsChasing(Cc(127)));
 }
 
-TEST_F(Mdie_ChaseTrackerTest, SetActiveValueIfLaterKeepsTheLatestValue) {
-    const Time_Typed t100(100, kTime_Ticks);
-    mTracker.SetActiveValueIfLater(Cc(7), 1, t100);
-    mTracker.SetActiveValueIfLater(Cc(7), 2, Time_Typed(99, kTime_Ticks));
-    EXPECT_EQ(ValueOf(mTracker, Cc(7)), 1);
-    mTracker.SetActiveValueIfLater(Cc(7), 3, t100);
-    EXPECT_EQ(ValueOf(mTracker, Cc(7)), 3);
-    mTracker.ClearActiveFlag(Cc(7));  // once inactive, any time is taken
-    mTracker.SetActiveValueIfLater(Cc(7), 4, Time_Typed(1, kTime_Ticks));
-    EXPECT_EQ(ValueOf(mTracker, Cc(7)), 4);
-    EXPECT_TRUE(mTracker.IsActive(Cc(7)));
-}
-
-TEST(Mdie_ChaseTracker, SetActiveValueTouchesOnlyChasingEntries) {
+TEST(Mdie_ChaseTracker, SetActiveValueTouchesOnlyChasingEntriesAndIfLaterKeepsTheLatest) {
     Mdie_ChaseTrackerMap map;
+    Mdie_ChaseTracker tracker(&map);
+    tracker.SetActiveValueIfLater(Cc(7), 1, Time_Typed(100, kTime_Ticks));
+    tracker.SetActiveValueIfLater(Cc(7), 2, Time_Typed(99, kTime_Ticks));
+    EXPECT_EQ(ValueOf(tracker, Cc(7)), 1);
+    tracker.SetActiveValueIfLater(Cc(7), 3, Time_Typed(100, kTime_Ticks));
+    EXPECT_EQ(ValueOf(tracker, Cc(7)), 3);
+    tracker.ClearActiveFlag(Cc(7));  // once inactive, any time is taken
+    tracker.SetActiveValueIfLater(Cc(7), 4, Time_Typed(1, kTime_Ticks));
+    EXPECT_EQ(ValueOf(tracker, Cc(7)), 4);
+    EXPECT_TRUE(tracker.IsActive(Cc(7)));
+
     map.Clear();
     map.SetStandardReleasingNoChasing();  // releases bend, sustain, pressure; chases nothing
-    Mdie_ChaseTracker tracker(&map);
-    tracker.SetActiveValue(kBend, 100);
-    tracker.SetActiveValueIfLater(kBend, 100, Time_Typed());
-    EXPECT_FALSE(tracker.IsActive(kBend));
-    tracker.TrackValue(kBend, 100);
-    EXPECT_TRUE(tracker.IsActive(kBend));
+    Mdie_ChaseTracker releasing(&map);
+    releasing.SetActiveValue(kBend, 100);
+    releasing.SetActiveValueIfLater(kBend, 100, Time_Typed());
+    EXPECT_FALSE(releasing.IsActive(kBend));
+    releasing.TrackValue(kBend, 100);
+    EXPECT_TRUE(releasing.IsActive(kBend));
     RecordingReceiver receiver;
-    tracker.Release(receiver, Mdie_ChaseTracker::kReleaseAndDeactivate);
+    releasing.Release(receiver, Mdie_ChaseTracker::kReleaseAndDeactivate);
     // Entry 0 is an unreachable old controller 1 entry, sent untested; then the bend.
     EXPECT_EQ(receiver.TextsFrom(), (Texts{"C1=0", "PB=0"}));
-    EXPECT_FALSE(tracker.IsActive(kBend));
+    EXPECT_FALSE(releasing.IsActive(kBend));
 }
 
-TEST_F(Mdie_ChaseTrackerTest, ClearDeactivatesEverythingAndOnlyPrepForgetsTracking) {
-    Track(mTracker, {Vela_ControllerEvent(7, 90), Vela_PitchBendEvent(100)});
+// Chasing sends the active non-releasing entries, releasing entry 0 untested and then the active
+// releasing ones, both in entry order; Clear deactivates all, only Prep forgets what was tracked.
+TEST_F(Mdie_ChaseTrackerTest, ChaseReleaseAndClearWalkTheEntriesInOrder) {
+    Track(mTracker, {kProgram.MakeEvent(74565), Vela_PitchBendEvent(100), Vela_ControllerEvent(64, 127),
+                     Vela_MonoPressureEvent(3), Vela_ControllerEvent(7, 90)});
+    mTracker.DoCurrentPositionChase(mReceiver);
+    EXPECT_EQ(mReceiver.TextsFrom(), (Texts{"C7=90", "PG=74565"}));
+    mTracker.Release(mReceiver, Mdie_ChaseTracker::kReleaseKeepActive);
+    EXPECT_EQ(Active(mTracker), "C7 C64 PB MP PG");
+    mTracker.Release(mReceiver, Mdie_ChaseTracker::kReleaseAndDeactivate);
+    EXPECT_EQ(Active(mTracker), "C7 PG");  // not releasing: untouched
+    mTracker.Release(mReceiver, Mdie_ChaseTracker::kReleaseAndDeactivate);
+    EXPECT_EQ(mReceiver.TextsFrom(2), (Texts{"C1=0", "C64=0", "PB=0", "MP=0", "C1=0", "C64=0", "PB=0", "MP=0", "C1=0"}));
+
     mTracker.Clear();
     mTracker.Clear();
     EXPECT_EQ(Active(mTracker), "");
@@ -155,24 +165,7 @@ TEST_F(Mdie_ChaseTrackerTest, ClearDeactivatesEverythingAndOnlyPrepForgetsTracki
     mTracker.Prep();
     EXPECT_FALSE(mTracker.IsTracked(Cc(7)));
     mTracker.DoCurrentPositionChase(mReceiver);
-    EXPECT_TRUE(mReceiver.mEvents.empty());
-}
-
-TEST_F(Mdie_ChaseTrackerTest, CurrentPositionChaseSendsActiveNonReleasingEntriesInEntryOrder) {
-    Track(mTracker, {kProgram.MakeEvent(74565), Vela_PitchBendEvent(100), Vela_ControllerEvent(64, 127),
-                     Vela_MonoPressureEvent(3), Vela_ControllerEvent(7, 90), Vela_ControllerEvent(1, 5)});
-    mTracker.DoCurrentPositionChase(mReceiver);
-    EXPECT_EQ(mReceiver.TextsFrom(), (Texts{"C1=5", "C7=90", "PG=74565"}));
-}
-
-TEST_F(Mdie_ChaseTrackerTest, ReleaseStartsAtEntryZeroThenActiveReleasingEntries) {
-    Track(mTracker, {Vela_ControllerEvent(64, 127), Vela_MonoPressureEvent(3), Vela_ControllerEvent(7, 90)});
-    mTracker.Release(mReceiver, Mdie_ChaseTracker::kReleaseKeepActive);
-    EXPECT_EQ(Active(mTracker), "C7 C64 MP");
-    mTracker.Release(mReceiver, Mdie_ChaseTracker::kReleaseAndDeactivate);
-    EXPECT_EQ(Active(mTracker), "C7");  // not releasing: untouched
-    mTracker.Release(mReceiver, Mdie_ChaseTracker::kReleaseAndDeactivate);
-    EXPECT_EQ(mReceiver.TextsFrom(), (Texts{"C1=0", "C64=0", "MP=0", "C1=0", "C64=0", "MP=0", "C1=0"}));
+    EXPECT_EQ(mReceiver.mEvents.size(), 11u);
 }
 
 TEST_F(Mdie_ChaseTrackerTest, ChaseAndReleaseSendsOnlyWhatDiffersThenReleasesTheOther) {
@@ -208,32 +201,25 @@ TEST_F(Mdie_ChaseTrackerTest, ChaseAndReleaseSendsOnlyWhatDiffersThenReleasesThe
 TEST_F(Mdie_ChaseTrackerTest, MuteReleasesAndUnmuteRestoresWhatTheReceiverWouldHold) {
     Mdie_ChaseTracker reference(&mMap);
     RecordingReceiver referenceReceiver;
-    auto play = [&](const Vela_Event& iEvent, bool iMuted) {
-        reference.DoUnMutedUpdate(iEvent, referenceReceiver);
-        if (iMuted)
-            mTracker.DoMutedUpdate(iEvent);
-        else
-            mTracker.DoUnMutedUpdate(iEvent, mReceiver);
+    auto play = [&](std::initializer_list<Vela_Event> iEvents, bool iMuted) {
+        for (const Vela_Event& event : iEvents) {
+            reference.DoUnMutedUpdate(event, referenceReceiver);
+            iMuted ? mTracker.DoMutedUpdate(event) : mTracker.DoUnMutedUpdate(event, mReceiver);
+        }
     };
-    for (const Vela_Event& event : std::initializer_list<Vela_Event>{Vela_ControllerEvent(7, 90), Vela_ControllerEvent(64, 127),
-                                                                     Vela_PitchBendEvent(500), Vela_ControllerEvent(10, 3)})
-        play(event, false);
-
+    play({Vela_ControllerEvent(7, 90), Vela_ControllerEvent(64, 127), Vela_PitchBendEvent(500), Vela_ControllerEvent(10, 3)}, false);
     const size_t before = mReceiver.mEvents.size();
     mTracker.DoMute(mReceiver);
-    EXPECT_TRUE(mTracker.IsMuted());
     mTracker.DoMute(mReceiver);  // already muted: nothing more
-    play(Vela_ControllerEvent(7, 80), true);
-    play(Vela_PitchBendEvent(600), true);
-    play(Vela_MonoPressureEvent(9), true);
+    EXPECT_TRUE(mTracker.IsMuted());
+    play({Vela_ControllerEvent(7, 80), Vela_PitchBendEvent(600), Vela_MonoPressureEvent(9)}, true);
     EXPECT_EQ(mReceiver.TextsFrom(before), (Texts{"C64=0", "PB=0"}));  // muted updates send nothing
 
     mTracker.DoUnMute(mReceiver);
     EXPECT_FALSE(mTracker.IsMuted());
     EXPECT_EQ(mReceiver.TextsFrom(before), (Texts{"C64=0", "PB=0", "C7=80", "C10=3", "C64=127", "PB=600", "MP=9"}));
     EXPECT_EQ(mReceiver.State(), referenceReceiver.State());
-
-    play(Vela_ControllerEvent(7, 70), false);
+    play({Vela_ControllerEvent(7, 70)}, false);
     mTracker.DoUnMute(mReceiver);  // not muted: nothing
     EXPECT_EQ(mReceiver.TextsFrom(mReceiver.mEvents.size() - 1), (Texts{"C7=70"}));
 

@@ -8,7 +8,7 @@
 #include "AllocCounter.h"
 #include "AssertCapture.h"
 #include "BlockBytes.h"
-#include "Sys_TypedStream.h"
+#include "StreamValues.h"
 #include "Vela_Init.h"
 
 namespace {
@@ -40,8 +40,7 @@ TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEventAndItsBl
         SCOPED_TRACE(c.mGlobalIndex);
         Mdie_SubStream_ValueRange range;
         c.mSubStream.GetValueRange(range);
-        EXPECT_EQ(range.mMin, c.mMin);
-        EXPECT_EQ(range.mMax, c.mMax);
+        EXPECT_EQ(std::make_pair(range.mMin, range.mMax), std::make_pair(c.mMin, c.mMax));
         EXPECT_EQ(c.mSubStream.GetIndex(), c.mGlobalIndex);
         for (int32_t value : {c.mMin, c.mMax}) {
             const Vela_Event event = c.mSubStream.MakeEvent(value);
@@ -49,55 +48,36 @@ TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEventAndItsBl
             EXPECT_EQ(c.mSubStream.GetValueFromEvent(event), value);
             EXPECT_EQ(Mdie_SubStream(event), c.mSubStream);
         }
-        Sys_MemoryOutStream out;
-        c.mSubStream.StreamOut(out);
-        const std::vector<uint8_t> bytes = out.GetBytes();
-        Sys_MemoryInStream in(bytes.data(), bytes.size());
+        const ByteVector bytes = StreamedBytes(c.mSubStream);
         Mdie_SubStream read;
-        read.StreamIn(in);
+        EXPECT_EQ(StreamInFrom(bytes, read), static_cast<int64_t>(bytes.size()));
         EXPECT_EQ(read, c.mSubStream);
-        EXPECT_EQ(read.GetIndex(), c.mGlobalIndex);
-        EXPECT_EQ(in.GetPos(), static_cast<int64_t>(bytes.size()));
     }
     EXPECT_EQ(asserts.Count(), 0u);
     EXPECT_EQ(Mdie_SubStream::GetNumIndices(), 250);
-    Sys_MemoryOutStream out;
-    Mdie_SubStream::Controller(64).StreamOut(out);
-    EXPECT_EQ(out.GetBytes(), MdssBlock(2, 64));
-}
+    EXPECT_EQ(StreamedBytes(Mdie_SubStream::Controller(64)), MdssBlock(2, 64));
 
-TEST(Mdie_SubStream, ProgramValuePacksTheBankAboveTheProgramByte) {
-    const Vela_Event event = Mdie_SubStream::Program().MakeEvent(74565);
-    EXPECT_EQ(event.AsProgram().GetFullProgram(), 69);
-    EXPECT_EQ(event.AsProgram().GetFullBank(), 291);
-    EXPECT_EQ(Mdie_SubStream::Program().GetValueFromEvent(event), 74565);
-
-    // Disabled flags travel in the value: program byte 0x85, both bank halves disabled.
+    // A program's value packs the bank word above the program byte, disabled flags included.
+    EXPECT_EQ(Mdie_SubStream::Program().MakeEvent(74565).AsProgram().GetFullProgram(), 69);
+    EXPECT_EQ(Mdie_SubStream::Program().MakeEvent(74565).AsProgram().GetFullBank(), 291);
     const Vela_ProgramEvent flagged(static_cast<int8_t>(0x85), static_cast<int16_t>(0xC000 | 291));
     const int32_t value = Mdie_SubStream::Program().GetValueFromEvent(flagged);
     EXPECT_EQ(value, ((0xC000 | 291) << 8) | 0x85);
     const Vela_Event back = Mdie_SubStream::Program().MakeEvent(value);
-    EXPECT_EQ(back.AsProgram().GetFullProgram(), static_cast<int8_t>(0x85));
-    EXPECT_EQ(back.AsProgram().GetFullBank(), static_cast<int16_t>(0xC000 | 291));
+    EXPECT_EQ(back.AsProgram().GetFullProgram(), flagged.GetFullProgram());
+    EXPECT_EQ(back.AsProgram().GetFullBank(), flagged.GetFullBank());
 }
 
-TEST(Mdie_SubStream, ControllerEventsOutsideOneTo119GiveANullSubStreamKeepingTheNumber) {
-    int8_t kind = -1;
-    int8_t controller = -1;
-    for (int number : {0, 120, 127}) {
+TEST(Mdie_SubStream, OnlyControllers1To119AndPolyPressureGiveSubStreamsFromEvents) {
+    for (int number = 0; number < 128; ++number) {
         const Mdie_SubStream subStream{Vela_ControllerEvent(static_cast<int8_t>(number), 5)};
-        EXPECT_TRUE(subStream.IsNull()) << number;
-        EXPECT_EQ(subStream.GetSubIndex(), number);
+        const bool valid = number >= 1 && number <= 119;
+        int8_t kind = -1, controller = -1;
         subStream.GetInfo(kind, controller);
-        EXPECT_EQ(kind, 0);
-        EXPECT_EQ(controller, -1);  // left untouched
-    }
-    for (int number : {1, 64, 119}) {
-        const Mdie_SubStream subStream{Vela_ControllerEvent(static_cast<int8_t>(number), 5)};
-        EXPECT_FALSE(subStream.IsNull()) << number;
-        subStream.GetInfo(kind, controller);
-        EXPECT_EQ(kind, Vela_Event::kController);
-        EXPECT_EQ(controller, number);
+        EXPECT_EQ(subStream.IsNull(), !valid) << number;
+        EXPECT_EQ(subStream.GetSubIndex(), number);  // kept even when null
+        EXPECT_EQ(kind, valid ? Vela_Event::kController : 0);
+        EXPECT_EQ(controller, valid ? number : -1);  // left untouched when null
     }
     EXPECT_EQ(Mdie_SubStream(Vela_PolyPressureEvent(60, 1)), Mdie_SubStream::PolyPressure(60));
     EXPECT_TRUE(Mdie_SubStream(Vela_NoteOnEvent(60, 1)).IsNull());
@@ -121,24 +101,21 @@ TEST(Mdie_SubStream, NullTypeReportsEveryOperationAndAnswersNeutralValues) {
 }
 
 TEST(Mdie_SubStream, SortsByGlobalIndexThenTypeCode) {
-    std::vector<Mdie_SubStream> list = {Mdie_SubStream::PolyPressure(3), Mdie_SubStream::Program(),
-                                        Mdie_SubStream::Controller(7), Mdie_SubStream::PitchBend(),
-                                        Mdie_SubStream::MonoPressure(), Mdie_SubStream(),
-                                        Mdie_SubStream::Controller(1)};
+    const std::vector<Mdie_SubStream> sorted = {Mdie_SubStream(),          Mdie_SubStream::PitchBend(),    Mdie_SubStream::Controller(1),
+                                                Mdie_SubStream::Controller(7), Mdie_SubStream::MonoPressure(), Mdie_SubStream::Program(),
+                                                Mdie_SubStream::PolyPressure(3)};
+    std::vector<Mdie_SubStream> list(sorted.rbegin(), sorted.rend());
+    std::swap(list[1], list[4]);
     AssertCapture asserts;
     std::sort(list.begin(), list.end());
-    const std::vector<Mdie_SubStream> expected = {Mdie_SubStream(), Mdie_SubStream::PitchBend(),
-                                                  Mdie_SubStream::Controller(1), Mdie_SubStream::Controller(7),
-                                                  Mdie_SubStream::MonoPressure(), Mdie_SubStream::Program(),
-                                                  Mdie_SubStream::PolyPressure(3)};
-    EXPECT_EQ(list, expected);
+    EXPECT_EQ(list, sorted);
     EXPECT_EQ(asserts.Count(), 0u);  // ordering never asks the null type
     EXPECT_NE(Mdie_SubStream::Controller(7), Mdie_SubStream::Controller(8));
     EXPECT_NE(Mdie_SubStream::PitchBend(), Mdie_SubStream());
 }
 
-// Every rejected block throws the localized error and leaves the target as it was.
-TEST(Mdie_SubStream, RejectsUnknownTypeCodesAndInvalidSubIndices) {
+// Every rejected or cut block throws and leaves the target as it was.
+TEST(Mdie_SubStream, RejectsUnknownTypeCodesInvalidSubIndicesAndTruncation) {
     const struct {
         int8_t mCode;
         int32_t mIndex;
@@ -146,11 +123,9 @@ TEST(Mdie_SubStream, RejectsUnknownTypeCodesAndInvalidSubIndices) {
     } kCases[] = {{6, 0, 202}, {-1, 0, 202}, {127, 1, 202}, {2, 0, 201}, {2, 120, 201}, {5, 128, 201}, {5, -1, 201}};
     for (const auto& c : kCases) {
         SCOPED_TRACE(testing::Message() << int(c.mCode) << " " << c.mIndex);
-        const ByteVector bytes = MdssBlock(c.mCode, c.mIndex);
-        Sys_MemoryInStream in(bytes.data(), bytes.size());
         Mdie_SubStream target = Mdie_SubStream::Controller(9);
         try {
-            target.StreamIn(in);
+            StreamInFrom(MdssBlock(c.mCode, c.mIndex), target);
             ADD_FAILURE() << "accepted";
         } catch (const Cmn_LocalizedException& e) {
             EXPECT_EQ(e.GetMessageID(), c.mMessageID);
@@ -158,19 +133,21 @@ TEST(Mdie_SubStream, RejectsUnknownTypeCodesAndInvalidSubIndices) {
         }
         EXPECT_EQ(target, Mdie_SubStream::Controller(9));
     }
+    const ByteVector good = MdssBlock(2, 7);
+    for (size_t size = 0; size < good.size(); ++size) {
+        Mdie_SubStream target = Mdie_SubStream::Controller(9);
+        EXPECT_THROW(StreamInFrom(ByteVector(good.begin(), good.begin() + static_cast<ptrdiff_t>(size)), target), Sys_StreamException);
+        EXPECT_EQ(target, Mdie_SubStream::Controller(9)) << size;
+    }
 }
 
 const Time_TypedLength kLength(10, kTime_Ticks);
 
-TEST(Mdie_Filter, DefaultFilterJudgesEveryEventKind) {
+TEST(Mdie_Filter, DefaultFilterJudgesEveryEventKindWithoutAllocatingAndInversionFlipsTheGovernedOnes) {
     Mdie_Filter filter;
     filter.SetDefault();
-    struct Case {
-        Vela_Event mEvent;
-        bool mPasses;
-    };
     const unsigned char sysex[20] = {1, 2};
-    const Case cases[] = {
+    const std::pair<Vela_Event, bool> cases[] = {
         {Vela_Event(), true},
         {Vela_NoteOnEvent(60, 100), true},
         {Vela_NoteOffEvent(60, 30), true},
@@ -194,53 +171,40 @@ TEST(Mdie_Filter, DefaultFilterJudgesEveryEventKind) {
         {Vela_QuarterFrameEvent(0x12), true},
         {Vela_ClipEvent("clip", kLength), true},
     };
-    {
-        // Range iteration filters on the playback thread.
-        AllocCounter counter;
-        for (const Case& c : cases) {
-            Vela_Event event = c.mEvent;
-            EXPECT_EQ(filter.FilterEvent(&event), c.mPasses) << int(c.mEvent.GetType());
-        }
-        EXPECT_TRUE(filter.FilterSubStream(Mdie_SubStream::Program()));
-        EXPECT_EQ(counter.Count(), 0u);
-    }
     Mdie_Filter inverted = filter;
     inverted.InvertAll();
-    for (const Case& c : cases) {
-        Vela_Event event = c.mEvent;
-        const int kind = c.mEvent.GetType();
-        const bool governed = kind >= 1 && kind <= 16;
-        EXPECT_EQ(inverted.FilterEvent(&event), governed ? !c.mPasses : true) << kind;
+    AllocCounter counter;  // range iteration filters on the playback thread
+    for (const auto& [event, passes] : cases) {
+        Vela_Event copy = event;
+        EXPECT_EQ(filter.FilterEvent(&copy), passes) << int(event.GetType());
+        copy = event;
+        const bool governed = event.GetType() >= 1 && event.GetType() <= 16;
+        EXPECT_EQ(inverted.FilterEvent(&copy), governed ? !passes : true) << int(event.GetType());
     }
+    EXPECT_TRUE(filter.FilterSubStream(Mdie_SubStream::Program()));
+    EXPECT_EQ(counter.Count(), 0u);
 }
 
 TEST(Mdie_Filter, DroppedVelocitiesAreRewrittenPerNoteKind) {
     Vela_NoteOnEvent::SetDefaultVelocity(80);
     Mdie_Filter filter;
     filter.Set(Mdie_Filter::kNotes, true);  // both velocity flags off
-
-    Vela_Event on = Vela_NoteOnEvent(60, 100);
-    ASSERT_TRUE(filter.FilterEvent(&on));
-    EXPECT_EQ(on.AsNoteOn().GetVelocity(), 80);
-    Vela_Event off = Vela_NoteOffEvent(60, 30);
-    ASSERT_TRUE(filter.FilterEvent(&off));
-    EXPECT_EQ(off.AsNoteOff().GetVelocity(), 64);
+    Vela_Event on = Vela_NoteOnEvent(60, 100), off = Vela_NoteOffEvent(60, 30);
     Vela_Event note = Vela_NoteWithDurationEvent(60, kLength, 100, 30);
-    ASSERT_TRUE(filter.FilterEvent(&note));
-    EXPECT_EQ(note.AsNoteWithDuration().GetOnVelocity(), 64);  // not the default velocity
-    EXPECT_EQ(note.AsNoteWithDuration().GetOffVelocity(), 64);
+    ASSERT_TRUE(filter.FilterEvent(&on) && filter.FilterEvent(&off) && filter.FilterEvent(&note));
+    EXPECT_TRUE(on == Vela_NoteOnEvent(60, 80));  // the default velocity
+    EXPECT_TRUE(off == Vela_NoteOffEvent(60, 64));
+    EXPECT_TRUE(note == Vela_NoteWithDurationEvent(60, kLength, 64, 64));  // not the default velocity
 
     filter.Set(Mdie_Filter::kNoteOnVelocity, true).Set(Mdie_Filter::kNoteOffVelocity, true);
     Vela_Event kept = Vela_NoteWithDurationEvent(60, kLength, 100, 30);
     ASSERT_TRUE(filter.FilterEvent(&kept));
-    EXPECT_EQ(kept.AsNoteWithDuration().GetOnVelocity(), 100);
-    EXPECT_EQ(kept.AsNoteWithDuration().GetOffVelocity(), 30);
-
+    EXPECT_TRUE(kept == Vela_NoteWithDurationEvent(60, kLength, 100, 30));
     // A blocked note is left alone.
     filter.Set(Mdie_Filter::kNotes, false).Set(Mdie_Filter::kNoteOffVelocity, false);
     Vela_Event blocked = Vela_NoteOffEvent(60, 30);
     EXPECT_FALSE(filter.FilterEvent(&blocked));
-    EXPECT_EQ(blocked.AsNoteOff().GetVelocity(), 30);
+    EXPECT_TRUE(blocked == Vela_NoteOffEvent(60, 30));
 }
 
 TEST(Mdie_Filter, SubStreamsAreJudgedByTheirOwnBit) {
@@ -266,27 +230,25 @@ TEST(Mdie_Filter, SubStreamsAreJudgedByTheirOwnBit) {
 TEST(Mdie_Filter, EqualityAndInversionSeeEverySingleBit) {
     Mdie_Filter base;
     base.SetDefault();
+    for (int bit = 0; bit < 128 + Mdie_Filter::kNumDataTypes; ++bit) {
+        Mdie_Filter flipped = base;
+        if (bit < 128) {
+            Cmn_BitArray<128> bits = flipped.GetControllers();
+            bits.Set(bit, !bits.Get(bit));
+            flipped.SetControllers(bits);
+        } else {
+            const auto type = static_cast<Mdie_Filter::EDataType>(bit - 128);
+            flipped.Set(type, !flipped.Get(type));
+        }
+        EXPECT_NE(flipped, base) << bit;
+    }
     Mdie_Filter twice = base;
     twice.InvertAll();
     EXPECT_NE(twice, base);
     twice.InvertAll();
     EXPECT_EQ(twice, base);
-    for (int number = 0; number < 128; ++number) {
-        Mdie_Filter flipped = base;
-        Cmn_BitArray<128> bits = flipped.GetControllers();
-        bits.Set(number, !bits.Get(number));
-        flipped.SetControllers(bits);
-        EXPECT_NE(flipped, base) << number;
-    }
-    for (int flag = 0; flag < Mdie_Filter::kNumDataTypes; ++flag) {
-        Mdie_Filter flipped = base;
-        const auto type = static_cast<Mdie_Filter::EDataType>(flag);
-        flipped.Set(type, !flipped.Get(type));
-        EXPECT_NE(flipped, base) << flag;
-    }
-    Mdie_Filter all;
+    Mdie_Filter all, none;
     all.SetAll();
-    Mdie_Filter none;
     none.InvertAll();
     EXPECT_EQ(all, none);
 }
