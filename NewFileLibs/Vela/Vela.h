@@ -36,4 +36,6 @@
 #include "Vela_Event.h"
 #include "Vela_Init.h"
 #include "Vela_N10n.h"
+#include "Vela_NoteList.h"
+#include "Vela_NoteListBase_Note.h"
 #include "Vela_Trace.h"
