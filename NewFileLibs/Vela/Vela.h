@@ -34,6 +34,8 @@
 #include "Mdie_SysexDataBase.h"
 #include "Mdie_TimedEvent.h"
 #include "Vela_Event.h"
+#include "Vela_ExtendedEvent.h"
+#include "Vela_ExtendedEventList.h"
 #include "Vela_Init.h"
 #include "Vela_N10n.h"
 #include "Vela_Trace.h"
