@@ -6,13 +6,9 @@
 #include <vector>
 
 #include "Vela_Event.h"
-#include "workloads.h"
+#include "Workloads.h"
 
 namespace {
-
-constexpr size_t kW2Bytes = 29'798'626;
-constexpr uint64_t kW2Hash = 0xf68f96534764da7full;
-constexpr uint16_t kBankSelectDisabled = 0xC000;
 
 struct W2Input {
     std::vector<Vela_Event> mEvents;
@@ -20,29 +16,30 @@ struct W2Input {
 };
 
 Vela_Event MakeEvent(const wl::W2Event& iSource) {
-    const auto d1 = static_cast<int8_t>(iSource.d1);
-    const auto d2 = static_cast<int8_t>(iSource.d2);
-    switch (iSource.kind) {
-        case wl::kNoteOn: return Vela_NoteOnEvent(d1, d2);
-        case wl::kNoteOff: return Vela_NoteOffEvent(d1, d2);
-        case wl::kCC: return Vela_ControllerEvent(d1, d2);
-        case wl::kBend: return Vela_PitchBendEvent(iSource.bend);
-        case wl::kProg: return Vela_ProgramEvent(d1, static_cast<int16_t>(kBankSelectDisabled));
-        case wl::kMonoPress: return Vela_MonoPressureEvent(d1);
-        case wl::kPolyPress: return Vela_PolyPressureEvent(d1, d2);
-        default: return Vela_SysexEvent(iSource.n, iSource.sx);
+    const auto d1 = static_cast<int8_t>(iSource.mData1);
+    const auto d2 = static_cast<int8_t>(iSource.mData2);
+    switch (iSource.mKind) {
+        case wl::W2Kind::kNoteOn: return Vela_NoteOnEvent(d1, d2);
+        case wl::W2Kind::kNoteOff: return Vela_NoteOffEvent(d1, d2);
+        case wl::W2Kind::kController: return Vela_ControllerEvent(d1, d2);
+        case wl::W2Kind::kPitchBend: return Vela_PitchBendEvent(iSource.mBend);
+        case wl::W2Kind::kProgram: return Vela_ProgramEvent(d1, static_cast<int16_t>(wl::kW2BankDisabled));
+        case wl::W2Kind::kChannelPressure: return Vela_MonoPressureEvent(d1);
+        case wl::W2Kind::kPolyPressure: return Vela_PolyPressureEvent(d1, d2);
+        case wl::W2Kind::kSysex: break;
     }
+    return Vela_SysexEvent(iSource.mSysexLength, iSource.mSysex);
 }
 
 const W2Input& Input() {
     static const W2Input sInput = [] {
-        const std::vector<wl::W2Event> source = wl::gen_w2();
+        const std::vector<wl::W2Event>& source = wl::W2Events();
         W2Input input;
         input.mEvents.reserve(source.size());
         input.mChannels.reserve(source.size());
         for (const wl::W2Event& event : source) {
             input.mEvents.push_back(MakeEvent(event));
-            input.mChannels.push_back(event.ch);
+            input.mChannels.push_back(event.mChannel);
         }
         return input;
     }();
@@ -68,15 +65,15 @@ size_t EncodeAll(const W2Input& iInput, signed char* oOut) {
 
 void BM_W2_Encode(benchmark::State& ioState) {
     const W2Input& input = Input();
-    std::vector<signed char> out(input.mEvents.size() * 16);
+    std::vector<signed char> out(input.mEvents.size() * wl::kW2MaxBytesPerEvent);
     size_t written = 0;
     for (auto _ : ioState) {
         written = EncodeAll(input, out.data());
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
-    const uint64_t hash = wl::fnv_bytes(reinterpret_cast<const uint8_t*>(out.data()), written);
-    if (written != kW2Bytes || hash != kW2Hash) {
+    const uint64_t hash = wl::FnvBytes(reinterpret_cast<const uint8_t*>(out.data()), written);
+    if (written != wl::kW2Bytes || hash != wl::kW2Hash) {
         ioState.SkipWithError("W2 output differs from the expected bytes");
         return;
     }
