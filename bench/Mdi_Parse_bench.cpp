@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Figure.h"
 #include "Mdi_Parse.h"
 #include "Workloads.h"
 
@@ -19,17 +20,14 @@ namespace {
 
 const std::vector<uint8_t>& W1Stream() { return wl::W1().mBytes; }
 
-// Rates per second over the measured time, and the check against the workload's figures.
-void Finish(benchmark::State& ioState, const wl::CanonicalHash& iSink) {
+// The figures over the measured time, once the sink matches the workload's events.
+void Finish(benchmark::State& ioState, const wl::CanonicalHash& iSink, const figure::Goal& iGoal = {}) {
     if (!iSink.MatchesW1()) {
         ioState.SkipWithError("W1 checksum mismatch");
         return;
     }
-    const double bytes = static_cast<double>(W1Stream().size()) * static_cast<double>(ioState.iterations());
-    ioState.counters["MB/s"] = benchmark::Counter(bytes / 1e6, benchmark::Counter::kIsRate);
-    ioState.counters["msgs/s"] =
-        benchmark::Counter(static_cast<double>(wl::kW1Events) * static_cast<double>(ioState.iterations()),
-                           benchmark::Counter::kIsRate);
+    ioState.counters["msgs/s"] = figure::Counter("msgs/s", static_cast<double>(wl::kW1Events));
+    figure::Report(ioState, "MB/s", static_cast<double>(wl::kW1Bytes) / 1e6, iGoal);
 }
 
 template <class FeedSlice>
@@ -86,9 +84,9 @@ void W1_VelaParse(benchmark::State& ioState) {
         FeedW1(parser);
         last = receiver.mSink;
     }
-    Finish(ioState, last);
+    Finish(ioState, last, {.mPeer = "W1_AlsaEncodeByte", .mPeerRatio = 3});
 }
-BENCHMARK(W1_VelaParse)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_VelaParse)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 // The parser alone: events are built and handed to a receiver that only counts them, to tell
 // the parser's share of W1_VelaParse from the hashing sink's.
@@ -108,9 +106,9 @@ void W1_VelaParseOnly(benchmark::State& ioState) {
         count = receiver.mCount;
     }
     if (count != wl::kW1Events) ioState.SkipWithError("W1 event count mismatch");
-    ioState.SetBytesProcessed(static_cast<int64_t>(W1Stream().size()) * ioState.iterations());
+    figure::Report(ioState, "MB/s", static_cast<double>(wl::kW1Bytes) / 1e6);
 }
-BENCHMARK(W1_VelaParseOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_VelaParseOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 // ---------------------------------------------------------------- ALSA's byte encoder
 
@@ -158,7 +156,7 @@ void W1_AlsaEncodeByte(benchmark::State& ioState) {
     }
     Finish(ioState, last);
 }
-BENCHMARK(W1_AlsaEncodeByte)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_AlsaEncodeByte)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 // The hashing sink alone, over events encoded beforehand: the part of every W1 figure above
 // that no parser can remove (one data-dependent switch per event).
@@ -182,7 +180,7 @@ void W1_ReferenceSinkOnly(benchmark::State& ioState) {
     }
     Finish(ioState, last);
 }
-BENCHMARK(W1_ReferenceSinkOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_ReferenceSinkOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 #endif
 
 // ---------------------------------------------------------------- reference passes
@@ -201,9 +199,9 @@ void W1_ReferenceClassify(benchmark::State& ioState) {
         benchmark::DoNotOptimize(status);
         benchmark::DoNotOptimize(realTime);
     }
-    ioState.SetBytesProcessed(static_cast<int64_t>(stream.size()) * ioState.iterations());
+    figure::Report(ioState, "MB/s", static_cast<double>(stream.size()) / 1e6);
 }
-BENCHMARK(W1_ReferenceClassify)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_ReferenceClassify)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 void W1_ReferenceMemcpy(benchmark::State& ioState) {
     const std::vector<uint8_t>& stream = W1Stream();
@@ -212,8 +210,8 @@ void W1_ReferenceMemcpy(benchmark::State& ioState) {
         std::memcpy(copy.data(), stream.data(), stream.size());
         benchmark::DoNotOptimize(copy[copy.size() / 2]);
     }
-    ioState.SetBytesProcessed(static_cast<int64_t>(stream.size()) * ioState.iterations());
+    figure::Report(ioState, "MB/s", static_cast<double>(stream.size()) / 1e6);
 }
-BENCHMARK(W1_ReferenceMemcpy)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_ReferenceMemcpy)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 }  // namespace
