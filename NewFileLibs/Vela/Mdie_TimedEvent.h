@@ -77,6 +77,17 @@ public:
     virtual void ReceiveEvent(const Mdie_TimedEvent& iEvent) = 0;
 };
 
+// Base of every range iterator that yields timed events. The iterator owns its position only;
+// the data it walks must not change while it is in use.
+class Mdie_TimedEventIterator {
+public:
+    virtual ~Mdie_TimedEventIterator() = default;
+    virtual bool IsMore() const = 0;
+    virtual void operator++() = 0;
+    // The current event; only while IsMore().
+    virtual Mdie_TimedEvent operator*() const = 0;
+};
+
 // An ordered sequence of timed events (the order is the caller's; nothing here sorts).
 // The list is the library's store of timed sysex data: its streamed form keeps only
 // system-exclusive events (types 14 and 15). Any other type is asserted at writing and leaves
