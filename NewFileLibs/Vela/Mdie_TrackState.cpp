@@ -1,6 +1,7 @@
 #include "Mdie_TrackState.h"
 
 #include <algorithm>
+#include <new>
 
 #include "Cmn_Assert.h"
 #include "Vela_Trace.h"
@@ -165,8 +166,8 @@ void Mdie_TrackState::ReceiveEvent(const Mdie_TimedEvent& iEvent) {
 namespace {
 
 // Copies of up to Mdie_TrackState::kMaxPairedNotes notes of a state, the first in release
-// order, read back in ascending pitch. Copies, not pointers: the output may be a track state
-// that changes as it receives. The array is left uninitialized and sorting moves two-byte keys
+// order, read back in ascending pitch. Copies, not pointers, so that pairing reads nothing of
+// the states while the paired events go out. The array is left uninitialized; sorting moves two-byte keys
 // (pitch, then copy index), so a transition costs little more than the notes it pairs.
 class PairingCopy {
 public:
@@ -181,7 +182,7 @@ public:
                 iOverflow(*noteP);
                 continue;
             }
-            mNotes[mCount] = *noteP;
+            new (&mNotes[mCount]) Mdie_NoteInProgress(*noteP);
             mKeys[mCount] = static_cast<uint16_t>((static_cast<uint8_t>(noteP->mPitch) ^ 0x80) << 8 | mCount);
             ++mCount;
         }
