@@ -85,10 +85,7 @@ std::string Parse(const Bytes& iBytes) {
 // ---------------------------------------------------------------- dispatch
 
 TEST(MdiParse, EachInputReachesTheRightHandlersWithTheRightBytes) {
-    const struct {
-        const char* mInput;
-        const char* mCalls;
-    } kCases[] = {
+    const struct { const char *mInput, *mCalls; } kCases[] = {
         // Every message kind, and the controller / channel mode border (119 | 120).
         {"83 3C 10", "Off 83 3C 10 /3"}, {"94 3C 40", "On 94 3C 40 /4"}, {"A5 3C 22", "PP A5 3C 22 /5"},
         {"B6 77 7F", "CC B6 77 7F /6"}, {"B6 78 00", "CM B6 78 00 /6"}, {"B0 7B 00", "CM B0 7B 00 /0"},
@@ -176,21 +173,22 @@ TEST(MdiParse, ResetAndClearRunningStatusDropState) {
 }
 
 TEST(MdiParse, ACopyContinuesTheMessageInProgress) {
-    RecordingParser original;
-    original.SetConvertNoteOnZero(false);
-    Feed(original, Hex("93 3C 40 3D"));
-    RecordingParser copy(original), assigned;
-    assigned = original;
-    for (RecordingParser* parser : {&original, &copy, &assigned}) {
-        parser->mLog.clear();
-        Feed(*parser, {0x00});
-        EXPECT_EQ(parser->mLog, "On 93 3D 00 /3");
+    const struct { const char *mPrefix, *mRest, *mCalls; } kCases[] = {
+        {"93 3C 40 3D", "00", "On 93 3D 00 /3"},            // running status, the conversion flag and a data byte
+        {"F0 01 02", "03 F7", "SX F0 01 02 03 F7 /-"},  // a sysex in progress
+    };
+    for (const auto& c : kCases) {
+        RecordingParser original;
+        original.SetConvertNoteOnZero(false);
+        Feed(original, Hex(c.mPrefix));
+        RecordingParser copy(original), assigned;
+        assigned = original;
+        for (RecordingParser* parser : {&original, &copy, &assigned}) {
+            parser->mLog.clear();
+            Feed(*parser, Hex(c.mRest));
+            EXPECT_EQ(parser->mLog, c.mCalls);
+        }
     }
-    RecordingParser inSysex;
-    Feed(inSysex, Hex("F0 01 02"));
-    RecordingParser sysexCopy(inSysex);
-    Feed(sysexCopy, Hex("03 F7"));
-    EXPECT_EQ(sysexCopy.mLog, "SX F0 01 02 03 F7 /-");
 }
 
 TEST(MdiParse, AHandlerMayClearTheRunningStatus) {
@@ -408,11 +406,7 @@ TEST(MdiParseToEventReceiver, ParsingAllocatesNothing) {
 // message is ignored, incomplete or absent. Reports the bytes used and the channel.
 TEST(MdiParseSingleEvent, StopsAtTheFirstCompleteMessage) {
     const Bytes note = Hex("90 3C 40");
-    const struct {
-        Bytes mInput;
-        Vela_Event mEvent;
-        int mUsed, mChannel;
-    } kCases[] = {
+    const struct { Bytes mInput; Vela_Event mEvent; int mUsed, mChannel; } kCases[] = {
         {Hex("3C FE 3C 95 3C 40 3E 40"), Vela_Event(), 2, -1},  // stray byte skipped, active sensing ends the scan
         {Hex("3C 95 3C 40 3E 40"), Vela_NoteOnEvent(0x3C, 0x40), 4, 5},
         {Concat({Sysex(30), note}), Vela_Event(), 32, -1},
