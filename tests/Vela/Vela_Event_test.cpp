@@ -59,10 +59,7 @@ TEST(EventLayout, FieldsSitAtTheirFixedBytePositions) {
 }
 
 TEST(ProgramEvent, PatchNumberPacksEnabledPartsAndSignExtendsADisabledProgram) {
-    const struct {
-        int mProgram, mBank;
-        uint32_t mPatch;
-    } kCases[] = {
+    const struct { int mProgram, mBank; uint32_t mPatch; } kCases[] = {
         {5, 0, 0xFF000005u},
         {7, (1 << 7) | 2, 0xFF010207u},
         {5, 0x8000 | (3 << 7) | 9, 0xFF000905u},  // MSB disabled: reads 0xFF
