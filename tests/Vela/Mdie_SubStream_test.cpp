@@ -22,11 +22,7 @@ ByteVector MdssBlock(int8_t iCode, int32_t iIndex) {
 }
 
 TEST(Mdie_SubStream, EveryTypeRoundTripsTheEndsOfItsRangeThroughItsEventAndItsBlock) {
-    const struct {
-        Mdie_SubStream mSubStream;
-        Vela_Event::EEventType mKind;
-        int32_t mGlobalIndex, mMin, mMax;
-    } kTypes[] = {
+    const struct { Mdie_SubStream mSubStream; Vela_Event::EEventType mKind; int32_t mGlobalIndex, mMin, mMax; } kTypes[] = {
         {Mdie_SubStream::PitchBend(), Vela_Event::kPitchBend, 0, -8192, 8191},
         {Mdie_SubStream::Controller(1), Vela_Event::kController, 1, 0, 127},
         {Mdie_SubStream::Controller(119), Vela_Event::kController, 119, 0, 127},

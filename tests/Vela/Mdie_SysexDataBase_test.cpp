@@ -57,39 +57,33 @@ Bytes PacketData(const Vela_SysexPacketEvent& iEvent, int iStart, int iEnd) {
 
 }  // namespace
 
-TEST(SysexEvent, ShortPayloadStaysInsideTheEvent) {
-    const Bytes payload = {0x7E, 0x7F, 0x09, 0x01};
+TEST(SysexEvent, UpTo14BytesStayInsideTheEventLongerAreFramedInSharedHeapData) {
+    const Bytes payload = Packet(15, false, false);
     AllocCounter counter;
-    const Vela_SysexEvent sysex(4, payload.data());
+    const Vela_SysexEvent inside(14, payload.data());
     EXPECT_EQ(counter.Count(), 0u);
-    EXPECT_EQ(sysex.GetType(), Vela_Event::kSysex);
-    EXPECT_EQ(sysex.GetLength(), 4);
-    EXPECT_EQ(Bytes(sysex.GetInternalDataPtr(), sysex.GetInternalDataPtr() + 4), payload);
-    Bytes middle(2);
-    sysex.GetData(middle.data(), 1, 3);
-    EXPECT_EQ(middle, (Bytes{0x7F, 0x09}));
-
+    EXPECT_EQ(inside.GetType(), Vela_Event::kSysex);
+    EXPECT_EQ(Bytes(inside.GetInternalDataPtr(), inside.GetInternalDataPtr() + 14), Bytes(payload.begin(), payload.end() - 1));
     AssertCapture asserts;
-    EXPECT_EQ(sysex.GetDirectDataPtr(), nullptr);
+    EXPECT_EQ(inside.GetDirectDataPtr(), nullptr);
     ASSERT_EQ(asserts.Count(), 1u);
     EXPECT_EQ(asserts.Condition(), "mU.mBase.mType == kLongSysex");
-}
 
-TEST(SysexEvent, LongPayloadIsFramedInSharedHeapData) {
-    const Bytes payload = Packet(15, false, false);
     Vela_SysexEvent sysex(15, payload.data());
     EXPECT_EQ(sysex.GetType(), Vela_Event::kLongSysex);
     EXPECT_EQ(sysex.GetLength(), 15);
     const unsigned char* storedP = sysex.GetDirectDataPtr();
-    EXPECT_EQ(storedP[0], 0xF0);
-    EXPECT_EQ(Bytes(storedP + 1, storedP + 16), payload);
-    EXPECT_EQ(storedP[16], 0xF7);
+    Bytes framed = payload;
+    framed.insert(framed.begin(), 0xF0);
+    framed.push_back(0xF7);
+    EXPECT_EQ(Bytes(storedP, storedP + 17), framed);
     EXPECT_EQ(sysex.GetInternalDataPtr(), storedP + 1);
     EXPECT_TRUE(sysex.IsCompleteLongSysex());
-    Bytes tail(3);
-    sysex.GetData(tail.data(), 12, 15);
-    EXPECT_EQ(tail, Bytes(payload.end() - 3, payload.end()));
-
+    for (const Vela_SysexEvent* eventP : {&inside, const_cast<const Vela_SysexEvent*>(&sysex)}) {
+        Bytes middle(3);
+        eventP->GetData(middle.data(), 11, 14);
+        EXPECT_EQ(middle, Bytes(payload.begin() + 11, payload.begin() + 14));
+    }
     // Replacing the data releases the shared object (deleted by the deferred deleter).
     sysex.SetData(2, payload.data());
     EXPECT_EQ(sysex.GetType(), Vela_Event::kSysex);
@@ -98,8 +92,7 @@ TEST(SysexEvent, LongPayloadIsFramedInSharedHeapData) {
     Cmn_PolyVector<unsigned char, 0> vector;
     vector.Assign(payload.data(), payload.data() + payload.size());
     const Vela_SysexEvent fromVector(&vector);
-    EXPECT_EQ(fromVector.GetLength(), 15);
-    EXPECT_EQ(fromVector.GetDirectDataPtr()[15], payload[14]);
+    EXPECT_EQ(Bytes(fromVector.GetDirectDataPtr(), fromVector.GetDirectDataPtr() + 17), framed);
 }
 
 TEST(SysexPacket, PacketsAreClassifiedInEveryStoredForm) {
@@ -145,53 +138,35 @@ TEST(SysexPacket, PacketsAreClassifiedInEveryStoredForm) {
     EXPECT_EQ(Vela_SysexPacketEvent(16, Packet(16, true, true).data(), nullptr).GetType(), Vela_Event::kSysex);
 }
 
-TEST(SysexPacket, LongPacketSharesRealTimeDataUntilTheLastCopyGoes) {
-    CountingAllocator allocator;
-    const Bytes bytes = Packet(30, true, false);
-    const size_t pendingBefore = Sys_DelayedDeletionObject::GetPendingCount();
-    {
-        const Vela_SysexPacketEvent packet(30, bytes.data(), &allocator);
-        EXPECT_EQ(allocator.mLive.load(), 2);  // buffer and data object
-        EXPECT_EQ(Bytes(packet.GetDirectDataPtr(), packet.GetDirectDataPtr() + 30), bytes);
-        const Vela_Event copy(packet);
-        Vela_Event assigned;
-        assigned = copy;
-    }
-    EXPECT_EQ(allocator.mLive.load(), 0);
-    EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), pendingBefore);  // no deferred heap work
-}
-
+// A refused buffer or data object leaves the null event and nothing taken; an adopted block is
+// kept without copying, or given back when the event cannot be built.
 TEST(SysexPacket, RefusingAllocatorLeavesANullEventAndNothingTaken) {
     const Bytes bytes = Packet(40, true, true);
-    for (int refuseFrom : {0, 1}) {  // the buffer refused; the data object refused
-        SCOPED_TRACE(refuseFrom);
-        CountingAllocator allocator(refuseFrom);
-        const Vela_SysexPacketEvent packet(40, bytes.data(), &allocator);
-        EXPECT_EQ(packet.GetType(), Vela_Event::kNull);
-        EXPECT_EQ(packet.GetLength(), 0);
-        EXPECT_EQ(allocator.mLive.load(), 0);
+    for (bool adopt : {false, true}) {
+        for (int refuseFrom : {0, 1, 2}) {
+            SCOPED_TRACE(testing::Message() << "adopt " << adopt << ", refuse from " << refuseFrom);
+            CountingAllocator allocator(refuseFrom);
+            unsigned char* blockP = nullptr;
+            if (adopt) {
+                blockP = static_cast<unsigned char*>(allocator.Alloc(40, &gVela_SysexDataRTTag));
+                if (blockP == nullptr) continue;
+                std::memcpy(blockP, bytes.data(), bytes.size());
+            }
+            {
+                const Vela_SysexPacketEvent packet = adopt ? Vela_SysexPacketEvent(Vela_SysexPacketEvent::InitWithBlock(), blockP, 40, &allocator)
+                                                           : Vela_SysexPacketEvent(40, bytes.data(), &allocator);
+                const bool built = refuseFrom == 2;
+                EXPECT_EQ(packet.GetType(), built ? Vela_Event::kLongSysex : Vela_Event::kNull);
+                EXPECT_EQ(packet.GetLength(), built ? 40 : 0);
+                EXPECT_EQ(packet.IsComplete(), built);
+                if (built && adopt) {
+                    EXPECT_EQ(packet.GetDirectDataPtr(), blockP);
+                }
+            }
+            EXPECT_EQ(allocator.mLive.load(), 0);
+        }
     }
     EXPECT_EQ(Vela_SysexPacketEvent(40, bytes.data(), nullptr).GetType(), Vela_Event::kNull);
-}
-
-// An adopted block is kept without copying, and given back when the event cannot be built.
-TEST(SysexPacket, AdoptedBlockIsKeptWithoutCopyingOrReturned) {
-    const Bytes bytes = Packet(20, true, true);
-    for (int refuseFrom : {1, 2}) {  // the data object refused; nothing refused
-        SCOPED_TRACE(refuseFrom);
-        CountingAllocator allocator(refuseFrom);
-        auto* blockP = static_cast<unsigned char*>(allocator.Alloc(20, &gVela_SysexDataRTTag));
-        std::memcpy(blockP, bytes.data(), bytes.size());
-        {
-            const Vela_SysexPacketEvent packet(Vela_SysexPacketEvent::InitWithBlock(), blockP, 20, &allocator);
-            EXPECT_EQ(packet.GetType(), refuseFrom == 1 ? Vela_Event::kNull : Vela_Event::kLongSysex);
-            if (refuseFrom == 2) {
-                EXPECT_EQ(packet.GetDirectDataPtr(), blockP);
-                EXPECT_TRUE(packet.IsComplete());
-            }
-        }
-        EXPECT_EQ(allocator.mLive.load(), 0);
-    }
 }
 
 TEST(SysexData, NullBufferIsReported) {
@@ -206,18 +181,27 @@ TEST(SysexData, NullBufferIsReported) {
     EXPECT_EQ(allocator.mLive.load(), 0);
 }
 
+// Real-time packets share their pool data among copies, never touch the heap or the deferred
+// deleter, and give everything back with the last copy.
 TEST(SysexPacket, RealTimePacketsNeverTouchTheHeap) {
     CountingAllocator allocator;
     const Bytes whole = Packet(10, true, true), start = Packet(8, true, false), big = Packet(200, true, false);
+    const size_t pendingBefore = Sys_DelayedDeletionObject::GetPendingCount();
+    {
+        const Vela_SysexPacketEvent c(200, big.data(), &allocator);
+        EXPECT_EQ(Bytes(c.GetDirectDataPtr(), c.GetDirectDataPtr() + 200), big);
+    }
     AllocCounter counter;
     for (int i = 0; i < 10; ++i) {
         const Vela_SysexPacketEvent a(10, whole.data(), &allocator);
         const Vela_SysexPacketEvent b(8, start.data(), &allocator);
         const Vela_SysexPacketEvent c(200, big.data(), &allocator);
         Vela_Event copy(c);
+        EXPECT_EQ(allocator.mLive.load(), 2);  // buffer and data object, shared
         copy = a;
         copy = b;
     }
     EXPECT_EQ(counter.Count(), 0u);
     EXPECT_EQ(allocator.mLive.load(), 0);
+    EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), pendingBefore);
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <random>
 #include <vector>
 
 #include "AllocCounter.h"
@@ -53,44 +54,49 @@ TEST(TimedEvent, EqualityComparesTimeAndEventButNotTheSource) {
     EXPECT_FALSE(a == Mdie_TimedEvent(t, Vela_NoteOnEvent(60, 99)));
 }
 
-TEST(TimedEvent, AStableSortPlaysOneInstantInPriorityOrder) {
-    const Time_Typed t(1000, kTime_Ticks);
+// Random timed events, their times half in samples and half in ticks (40 per sample at the
+// default rate), sorted against a plain oracle: by instant, then by priority group, ties kept.
+TEST(TimedEvent, PlaybackOrderIsTimeThenPriorityAndAStableSortKeepsTies) {
     const Time_TypedLength len(10, kTime_Ticks);
-    const Vela_Event inOrder[] = {
-        Vela_StartEvent(),           Vela_SongPositionEvent(4),   Vela_ReleaseControllerEvent(1),
-        Vela_ProgramEvent(1, 0),     Vela_ControllerEvent(7, 1),  Vela_PitchBendEvent(5),
-        Vela_MonoPressureEvent(3),   Sysex(Payload(2)),        Vela_NoteOffEvent(60, 0),
-        Vela_NoteOnEvent(60, 100),   Vela_NoteWithDurationEvent(62, len, 90, 0),
+    // Priority groups in playback order: transport, song position, quarter frames and the like;
+    // controller releases; programs; controllers; bend, pressure and sysex; note-offs; notes.
+    const std::vector<std::vector<Vela_Event>> kByPriority = {
+        {Vela_StartEvent(), Vela_SongPositionEvent(4), Vela_QuarterFrameEvent(0x21), Vela_AllNotesOffEvent()},
+        {Vela_ReleaseControllerEvent(1)},
+        {Vela_ProgramEvent(1, 0)},
+        {Vela_ControllerEvent(7, 1)},
+        {Vela_PitchBendEvent(5), Vela_MonoPressureEvent(3), Vela_PolyPressureEvent(60, 3), Sysex(Payload(2))},
+        {Vela_NoteOffEvent(60, 0)},
+        {Vela_NoteOnEvent(60, 100), Vela_NoteWithDurationEvent(62, len, 90, 0)},
     };
-    // Shuffled; within one priority the insertion order must survive.
-    const int shuffled[] = {9, 2, 7, 0, 10, 4, 6, 1, 8, 3, 5};
+    struct Item {
+        Mdie_TimedEvent mTimed;
+        int64_t mSample;
+        size_t mPriority;
+    };
+    std::mt19937 rng(5);
+    std::vector<Item> oracle;
     std::vector<Mdie_TimedEvent> events;
-    for (int index : shuffled) events.emplace_back(t, inOrder[index]);
+    for (int i = 0; i < 400; ++i) {
+        const int64_t sample = rng() % 4;
+        const size_t priority = rng() % kByPriority.size();
+        const Vela_Event& event = kByPriority[priority][rng() % kByPriority[priority].size()];
+        const Time_Typed time = rng() % 2 ? Time_Typed(sample, kTime_Samples) : Time_Typed(sample * 40, kTime_Ticks);
+        oracle.push_back({Mdie_TimedEvent(time, event), sample, priority});
+        events.push_back(oracle.back().mTimed);
+    }
+    std::stable_sort(oracle.begin(), oracle.end(), [](const Item& iA, const Item& iB) {
+        return std::make_pair(iA.mSample, iA.mPriority) < std::make_pair(iB.mSample, iB.mPriority);
+    });
+    std::vector<Mdie_TimedEvent> unstable = events;
     std::stable_sort(events.begin(), events.end(), Mdie_TimedEvent::PlaybackOrdering);
+    for (size_t i = 0; i < events.size(); ++i) ASSERT_TRUE(events[i] == oracle[i].mTimed) << "position " << i << ", type " << int(oracle[i].mTimed.GetEvent().GetType());
 
-    const int expected[] = {0, 1, 2, 3, 4, 7, 6, 5, 8, 9, 10};  // ties kept in shuffled order
-    ASSERT_EQ(events.size(), std::size(expected));
-    for (size_t i = 0; i < events.size(); ++i) {
-        EXPECT_TRUE(events[i].GetEvent() == inOrder[expected[i]]) << "position " << i;
-    }
-}
-
-TEST(TimedEvent, EarlierTimeWinsOverPriorityAndSortingAllocatesNothing) {
-    const Mdie_TimedEvent lateStart(Time_Typed(2, kTime_Ticks), Vela_StartEvent());
-    const Mdie_TimedEvent earlyNote(Time_Typed(1, kTime_Ticks), Vela_NoteOnEvent(60, 1));
-    EXPECT_TRUE(Mdie_TimedEvent::PlaybackOrdering(earlyNote, lateStart));
-    EXPECT_FALSE(Mdie_TimedEvent::PlaybackOrdering(lateStart, earlyNote));
-    EXPECT_FALSE(Mdie_TimedEvent::PlaybackOrdering(earlyNote, earlyNote));
-
-    std::vector<Mdie_TimedEvent> events;
-    for (int i = 0; i < 64; ++i) {
-        events.emplace_back(Time_Typed((i * 37) % 11, kTime_Ticks),
-                            i % 2 ? Vela_Event(Vela_NoteOffEvent(60, 0)) : Vela_Event(Vela_ControllerEvent(1, 2)));
-    }
-    AllocCounter counter;
-    std::sort(events.begin(), events.end(), Mdie_TimedEvent::PlaybackOrdering);
+    AllocCounter counter;  // playback sorts in place
+    std::sort(unstable.begin(), unstable.end(), Mdie_TimedEvent::PlaybackOrdering);
     EXPECT_EQ(counter.Count(), 0u);
-    EXPECT_TRUE(std::is_sorted(events.begin(), events.end(), Mdie_TimedEvent::PlaybackOrdering));
+    EXPECT_TRUE(std::is_sorted(unstable.begin(), unstable.end(), Mdie_TimedEvent::PlaybackOrdering));
+    EXPECT_FALSE(Mdie_TimedEvent::PlaybackOrdering(unstable[0], unstable[0]));
 }
 
 TEST(TimedEventList, StreamsAsCountThenTimeAndEventBlockPerEventAndReadsBack) {

@@ -58,18 +58,8 @@ TEST(EventLayout, FieldsSitAtTheirFixedBytePositions) {
     EXPECT_EQ(FieldAt<uint64_t>(RawBytes(Vela_ClipEvent("verse", Time_TypedLength(4800, kTime_Ticks))), 72), 4800u);
 }
 
-TEST(Event, NoteOnTakesTheLibraryDefaultVelocity) {
-    EXPECT_EQ(Vela_NoteOnEvent(60).GetVelocity(), 80);
-    Vela_NoteOnEvent::SetDefaultVelocity(100);
-    EXPECT_EQ(Vela_NoteOnEvent(60).GetVelocity(), 100);
-    Vela_NoteOnEvent::SetDefaultVelocity(80);
-}
-
 TEST(ProgramEvent, PatchNumberPacksEnabledPartsAndSignExtendsADisabledProgram) {
-    const struct {
-        int mProgram, mBank;
-        uint32_t mPatch;
-    } kCases[] = {
+    const struct { int mProgram, mBank; uint32_t mPatch; } kCases[] = {
         {5, 0, 0xFF000005u},
         {7, (1 << 7) | 2, 0xFF010207u},
         {5, 0x8000 | (3 << 7) | 9, 0xFF000905u},  // MSB disabled: reads 0xFF
@@ -81,30 +71,25 @@ TEST(ProgramEvent, PatchNumberPacksEnabledPartsAndSignExtendsADisabledProgram) {
     }
 }
 
+// Enable flags live in the top bits of the program byte and bank word: values never leak into
+// them and setting a value never clears them.
 TEST(ProgramEvent, EnableFlagsAreSeparateFromTheValues) {
     Vela_ProgramEvent program(5, static_cast<int16_t>((3 << 7) | 9));
     EXPECT_TRUE(program.IsProgramEnabled() && program.IsMSBBankEnabled() && program.IsLSBBankEnabled());
     program.SetMSBBankEnable(false);
-    EXPECT_EQ(program.GetFullBank() & 0x8000, 0x8000);
-    EXPECT_EQ(program.GetBank(), (3 << 7) | 9);
-    EXPECT_EQ(program.GetMSBBank(), 3);  // the flag does not leak into the MSB
-
+    EXPECT_EQ(std::make_pair(program.GetFullBank(), program.GetBank()), std::make_pair(int16_t(0x8000 | (3 << 7) | 9), int16_t((3 << 7) | 9)));
+    EXPECT_EQ(program.GetMSBBank(), 3);
     program.SetLSBBankEnable(false);
     program.SetMSBBank(100);
     program.SetLSBBank(50);
-    EXPECT_FALSE(program.IsMSBBankEnabled());
-    EXPECT_FALSE(program.IsLSBBankEnabled());
-    EXPECT_EQ(program.GetMSBBank(), 100);
-    EXPECT_EQ(program.GetLSBBank(), 50);
+    EXPECT_FALSE(program.IsMSBBankEnabled() || program.IsLSBBankEnabled());
+    EXPECT_EQ(std::make_pair(program.GetMSBBank(), program.GetLSBBank()), std::make_pair(int8_t(100), int8_t(50)));
     program.SetMSBBankEnable(true);
     EXPECT_EQ(program.GetFullBank(), static_cast<int16_t>(0x4000 | (100 << 7) | 50));
-
     program.SetProgramEnable(false);
-    program.SetProgram(9);  // keeps the flag
-    EXPECT_FALSE(program.IsProgramEnabled());
-    EXPECT_EQ(program.GetFullProgram(), static_cast<int8_t>(0x89));
-    EXPECT_EQ(program.GetProgram(), 9);
-    program.SetBank(0x1234);  // keeps the flags
+    program.SetProgram(9);
+    EXPECT_EQ(std::make_pair(program.GetFullProgram(), program.GetProgram()), std::make_pair(int8_t(0x89), int8_t(9)));
+    program.SetBank(0x1234);
     EXPECT_EQ(program.GetFullBank(), static_cast<int16_t>(0x4000 | 0x1234));
 }
 
@@ -114,19 +99,13 @@ TEST(EventViews, SmallFieldsKeepExactlyWhatWasStored) {
     EXPECT_EQ(frame.GetQFMessage(), Vela_Event::kSecondsHigh);
     EXPECT_EQ(frame.GetQFNibble(), 9);
     EXPECT_EQ(Vela_QuarterFrameEvent(0x7F).GetQFMessage(), Vela_Event::kHoursHighAndRate);
-
     Vela_SongPositionEvent position(0x12345);
     EXPECT_EQ(position.GetPosition(), 0x2345);
     position.SetPosition(0xFFFF);
     EXPECT_EQ(position.GetPosition(), -1);
-
     Vela_NoteWithDurationEvent note(61, Time_TypedLength(960, kTime_Ticks), 100, 30);
     note.MarkForDeletion();
-    EXPECT_EQ(note.GetOnVelocity(), 0);
-    EXPECT_EQ(note.GetOffVelocity(), 30);
-}
-
-TEST(EventViews, ClipNameKeepsItsFirst63Characters) {
+    EXPECT_EQ(std::make_pair(note.GetOnVelocity(), note.GetOffVelocity()), std::make_pair(int8_t(0), int8_t(30)));
     EXPECT_EQ(Vela_ClipEvent(std::string(100, 'x'), Time_TypedLength()).GetRegionName(), std::string(63, 'x'));
     EXPECT_EQ(Vela_ClipEvent(std::string(63, 'y'), Time_TypedLength()).GetRegionName(), std::string(63, 'y'));
 }

@@ -57,12 +57,8 @@ TEST(Cmn_PolyVector, InsertingAnElementOfTheSameVectorCopiesItFirst) {
 
 TEST(Cmn_BitArray, FlagsSpanWordsAndEqualityIgnoresUnusedBits) {
     Cmn_BitArray<128> flags;
-    flags.Set(0, true);
-    flags.Set(31, true);
-    flags.Set(32, true);
-    flags.Set(127, true);
-    EXPECT_TRUE(flags.Get(31) && flags.Get(32) && flags.Get(127));
-    EXPECT_FALSE(flags.Get(1) || flags.Get(126));
+    for (int bit : {0, 31, 32, 127}) flags.Set(bit, true);
+    EXPECT_TRUE(flags.Get(31) && flags.Get(32) && flags.Get(127) && !flags.Get(1) && !flags.Get(126));
     EXPECT_EQ(flags.GetWord(0), 0x80000001u);
     EXPECT_EQ(flags.GetWord(1), 1u);
     EXPECT_EQ(flags.GetWord(3), 0x80000000u);

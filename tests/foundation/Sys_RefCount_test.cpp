@@ -39,15 +39,6 @@ protected:
 };
 }  // namespace
 
-TEST_F(Sys_RefCountTest, LastReferenceDestroys) {
-    auto* plainP = new Counted<Cmn_RefCountObject>;
-    plainP->AddReference();
-    plainP->RemoveReference();
-    EXPECT_EQ(gDestroyed.load(), 0);
-    plainP->RemoveReference();
-    EXPECT_EQ(gDestroyed.load(), 1);
-}
-
 TEST_F(Sys_RefCountTest, ThreadSafeCountSurvivesConcurrentReleases) {
     auto* objectP = new Counted<Sys_ThreadSafeRefCountObject>;
     constexpr int kPerThread = 10000;

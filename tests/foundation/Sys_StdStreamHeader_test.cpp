@@ -64,20 +64,6 @@ TEST(Sys_StdStreamHeader, NestedBlocksHaveTheLayoutAndNewerFieldsAreSkipped) {
     }
 }
 
-TEST(Sys_StdStreamHeader, ClosingAnUnfinishedBlockMovesToItsEnd) {
-    const ByteVector bytes = WriteNested(2, true);
-    Sys_MemoryInStream in(bytes.data(), bytes.size());
-    Sys_StdStreamHeaderReader parent(in, "Outer");
-    ReadValue<int32_t>(in);
-    {
-        Sys_StdStreamHeaderReader child(in, "In");
-        EXPECT_EQ(child.GetVersion(), 2);
-        EXPECT_EQ(child.GetBodySize(), 8 + 1 + 4);
-        EXPECT_TRUE(child.IsMoreLeft());
-    }
-    EXPECT_EQ(ReadValue<int16_t>(in), 42);
-}
-
 TEST(Sys_StdStreamHeader, EmptyTagIsValidAndOverlongTagThrows) {
     Sys_MemoryOutStream out;
     { Sys_StdStreamHeaderWriter block(out, "", 0); }
@@ -142,21 +128,28 @@ TEST(Sys_StdStreamHeader, SizeThatOverrunsTheParentThrows) {
     EXPECT_EQ(in.GetLimit(), static_cast<int64_t>(bytes.size()));
 }
 
-TEST(Sys_StdStreamHeader, ExceptionInsideABlockLeavesTheStreamSane) {
-    const ByteVector bytes = WriteNested();
-    Sys_MemoryInStream in(bytes.data(), bytes.size());
-    {
-        Sys_StdStreamHeaderReader parent(in, "Outer");
-        ReadValue<int32_t>(in);
-        try {
-            Sys_StdStreamHeaderReader child(in, "In");
-            char tooMuch[64];
-            in.ReadBlock(tooMuch, sizeof tooMuch);
-        } catch (const Sys_StreamException&) {
+// Leaving a block unfinished, or by an exception, moves to its end and restores the limit.
+TEST(Sys_StdStreamHeader, LeavingABlockEarlyOrByAnExceptionMovesToItsEnd) {
+    const ByteVector bytes = WriteNested(2, true);
+    for (bool throwInside : {false, true}) {
+        Sys_MemoryInStream in(bytes.data(), bytes.size());
+        {
+            Sys_StdStreamHeaderReader parent(in, "Outer");
+            ReadValue<int32_t>(in);
+            try {
+                Sys_StdStreamHeaderReader child(in, "In");
+                EXPECT_EQ(child.GetVersion(), 2);
+                EXPECT_EQ(child.GetBodySize(), 8 + 1 + 4);
+                EXPECT_TRUE(child.IsMoreLeft());
+                char tooMuch[64];
+                if (throwInside) in.ReadBlock(tooMuch, sizeof tooMuch);
+            } catch (const Sys_StreamException&) {
+                EXPECT_TRUE(throwInside);
+            }
+            EXPECT_EQ(in.GetLimit(), static_cast<int64_t>(bytes.size()));
+            EXPECT_EQ(ReadValue<int16_t>(in), 42);
         }
-        EXPECT_EQ(in.GetLimit(), static_cast<int64_t>(bytes.size()));
-        EXPECT_EQ(ReadValue<int16_t>(in), 42);
+        EXPECT_EQ(in.GetLimit(), in.GetSize());
+        EXPECT_EQ(in.GetPos(), in.GetSize());
     }
-    EXPECT_EQ(in.GetLimit(), in.GetSize());
-    EXPECT_EQ(in.GetPos(), in.GetSize());
 }
