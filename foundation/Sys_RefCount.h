@@ -11,6 +11,10 @@
 //     non-real-time thread) or by the deleter thread that StartDeleterThread() runs. Both may
 //     run at once; each object is destroyed exactly once. Destructors run on the draining
 //     thread, in no promised order, and may themselves queue further objects.
+//   - The deleter thread wakes once a period and then takes batch after batch until it finds
+//     the queue empty, so releases faster than the period never pile up beyond what arrives
+//     while one batch is being destroyed. It checks for a stop between batches: stopping does
+//     not wait for producers that keep queueing.
 //   - Objects still queued when the process exits are destroyed then (after the deleter thread
 //     is stopped), so nothing queued leaks.
 #pragma once
@@ -75,9 +79,10 @@ public:
     // Destroys every queued object on the calling thread; answers how many.
     static size_t DrainDelayedDeletions();
     // Runs a background thread that drains every iPeriodMs milliseconds (idempotent).
-    static void StartDeleterThread(int iPeriodMs = 20);
+    static void StartDeleterThread(int iPeriodMs = 10);
     // Stops that thread after a last drain (idempotent).
     static void StopDeleterThread();
+    static bool IsDeleterThreadRunning();
     // Objects queued and not yet destroyed.
     static size_t GetPendingCount();
 
@@ -86,5 +91,9 @@ protected:
     virtual ~Sys_DelayedDeletionObject() = default;
 
 private:
+    friend class Sys_DeleterThread;
+    // Takes what is queued now and destroys it; answers how many.
+    static size_t DestroyOneBatch();
+
     Sys_DelayedDeletionObject* mNextDeletionP = nullptr;
 };
