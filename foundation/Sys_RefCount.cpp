@@ -11,6 +11,8 @@ namespace {
 // individually and the ABA problem of a Treiber pop cannot arise.
 constinit std::atomic<Sys_DelayedDeletionObject*> sQueueHead{nullptr};
 constinit std::atomic<size_t> sPendingCount{0};
+// Set while the deleter thread runs: makers of new objects may then help it.
+constinit std::atomic<bool> sDeleterRunning{false};
 }  // namespace
 
 // The background drainer. Start/Stop are serialised by mControlMutex; the thread sleeps on
@@ -32,6 +34,7 @@ public:
         }
         const auto period = std::chrono::milliseconds(iPeriodMs > 0 ? iPeriodMs : 1);
         mThread = std::thread([this, period] { Run(period); });
+        sDeleterRunning = true;
     }
 
     void Stop() {
@@ -41,6 +44,7 @@ public:
             std::lock_guard lock(mMutex);
             mStopRequested = true;
         }
+        sDeleterRunning = false;
         mWakeup.notify_all();
         mThread.join();
         Sys_DelayedDeletionObject::DrainDelayedDeletions();
@@ -75,6 +79,10 @@ private:
 namespace {
 Sys_DeleterThread sDeleter;
 }  // namespace
+
+Sys_DelayedDeletionObject::Sys_DelayedDeletionObject() {
+    if (sDeleterRunning.load(std::memory_order_relaxed) && GetPendingCount() > kAssistBacklog) DestroyOneBatch();
+}
 
 void Sys_DelayedDeletionObject::DelayedDelete() {
     sPendingCount.fetch_add(1, std::memory_order_relaxed);
