@@ -9,6 +9,9 @@
 // Objects changed outside any group are not recorded. The history keeps the last
 // GetHistoryDepth() steps (100 by default); a step that falls off it frees its states and
 // destroys the objects only it was keeping.
+// Memory: the history grows by design, by one saved state per changed object and the objects
+// disposed of in each step, until the depth is reached. A host bounds it with SetHistoryDepth
+// (fewer steps, 0 for none) and frees it all with Clear.
 // Ids: ids are handed out from 1 upwards and never reused. LookupObject finds the objects in
 // sight: live ones, not those a step is keeping hidden.
 // Threads: one manager per process (Ndo_gManager), used from the editing thread only; it takes

@@ -11,6 +11,18 @@
 //     non-real-time thread) or by the deleter thread that StartDeleterThread() runs. Both may
 //     run at once; each object is destroyed exactly once. Destructors run on the draining
 //     thread, in no promised order, and may themselves queue further objects.
+//   - The deleter thread wakes once a period and then takes batch after batch until it finds
+//     the queue empty, so releases faster than the period never pile up beyond what arrives
+//     while one batch is being destroyed. It checks for a stop between batches: stopping does
+//     not wait for producers that keep queueing.
+//   - A busy machine can starve the deleter thread while another thread makes and releases
+//     objects in a loop. So, while the deleter thread runs and more than kAssistBacklog
+//     objects wait, making a new object first destroys a batch of them on the making thread
+//     (the heap object being made shows it is not a real-time thread): a producer that
+//     outruns the deleter is slowed by its own releases instead of memory growing without
+//     bound. Destructors of queued objects must therefore not take locks that a thread making
+//     such objects may hold. Without the deleter thread (a host that drains on its own
+//     housekeeping thread) deletions run only where the host drains.
 //   - Objects still queued when the process exits are destroyed then (after the deleter thread
 //     is stopped), so nothing queued leaks.
 #pragma once
@@ -69,22 +81,31 @@ private:
 
 class Sys_DelayedDeletionObject {
 public:
+    // The queue length above which makers help the deleter thread (about 6 MiB of 300-byte
+    // sysex data).
+    static constexpr size_t kAssistBacklog = 16384;
+
     // Queues this object for destruction on a non-real-time thread. Lock-free, allocation-free.
     void DelayedDelete();
 
     // Destroys every queued object on the calling thread; answers how many.
     static size_t DrainDelayedDeletions();
     // Runs a background thread that drains every iPeriodMs milliseconds (idempotent).
-    static void StartDeleterThread(int iPeriodMs = 20);
+    static void StartDeleterThread(int iPeriodMs = 10);
     // Stops that thread after a last drain (idempotent).
     static void StopDeleterThread();
+    static bool IsDeleterThreadRunning();
     // Objects queued and not yet destroyed.
     static size_t GetPendingCount();
 
 protected:
-    Sys_DelayedDeletionObject() = default;
+    Sys_DelayedDeletionObject();
     virtual ~Sys_DelayedDeletionObject() = default;
 
 private:
+    friend class Sys_DeleterThread;
+    // Takes what is queued now and destroys it; answers how many.
+    static size_t DestroyOneBatch();
+
     Sys_DelayedDeletionObject* mNextDeletionP = nullptr;
 };

@@ -21,3 +21,13 @@ if(TARGET Vela_Vela_TraceAbsent_test)
   set_tests_properties(Vela_TraceAbsent_test PROPERTIES ENVIRONMENT
     "VELA_ORBITRACE_PATH=${CMAKE_CURRENT_BINARY_DIR}/no-trace-library-here;ORBITRACE_FILE=${CMAKE_CURRENT_BINARY_DIR}/Vela_TraceAbsent_test.trace")
 endif()
+
+# The soak program, briefly: every phase's own checks, and no gross growth. Under the
+# sanitizers memory is theirs to keep (quarantine, shadow), so only the checks count there.
+if(TARGET vela_soak)
+  set(vela_soak_limit --limit-mib 64)
+  if(VELA_SANITIZE)
+    set(vela_soak_limit --no-limit)
+  endif()
+  add_test(NAME Soak_smoke COMMAND vela_soak 3 --warmup 1 ${vela_soak_limit})
+endif()

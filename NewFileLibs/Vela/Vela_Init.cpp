@@ -3,10 +3,28 @@
 #include <algorithm>
 #include <iterator>
 
-bool Vela_Init::sIsInitialized = false;
+#include "Sys_RefCount.h"
 
-void Vela_Init::Init() { sIsInitialized = true; }
-void Vela_Init::Free() { sIsInitialized = false; }
+bool Vela_Init::sIsInitialized = false;
+bool Vela_Init::sRunDeleterThread = true;
+
+namespace {
+bool sStartedDeleter = false;
+}
+
+void Vela_Init::Init() {
+    if (sIsInitialized) return;
+    sIsInitialized = true;
+    sStartedDeleter = sRunDeleterThread && !Sys_DelayedDeletionObject::IsDeleterThreadRunning();
+    if (sStartedDeleter) Sys_DelayedDeletionObject::StartDeleterThread(kDeleterPeriodMs);
+}
+
+void Vela_Init::Free() {
+    if (!sIsInitialized) return;
+    sIsInitialized = false;
+    if (sStartedDeleter) Sys_DelayedDeletionObject::StopDeleterThread();
+    sStartedDeleter = false;
+}
 
 constinit Mem2_Statistics gVela_NoteInProgressTag("Mdie_NoteInProgress");
 constinit Mem2_Statistics gVela_SysexDataRTTag("Mdie_SysexDataRT");

@@ -2,21 +2,81 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "Cmn_Assert.h"
+#include "Sys_RefCount.h"
+#include "Vela_Event.h"
 
-TEST(VelaInit, InitAndFreeOnlyToggleTheFlagAndAreIdempotent) {
+namespace {
+using Clock = std::chrono::steady_clock;
+
+// Waits up to iLimit for the deferred-deletion queue to empty; answers how long it took.
+Clock::duration WaitForEmptyQueue(Clock::duration iLimit) {
+    const auto start = Clock::now();
+    while (Sys_DelayedDeletionObject::GetPendingCount() != 0 && Clock::now() - start < iLimit)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return Clock::now() - start;
+}
+
+// A burst as a playback thread makes one: many long-sysex copies dropped at once.
+void ReleaseBurstOnAnotherThread(int iCount) {
+    std::thread playback([iCount] {
+        const std::vector<unsigned char> payload(300, 0x55);
+        std::vector<Vela_Event> held;
+        for (int i = 0; i < iCount; ++i) held.push_back(Vela_SysexEvent(300, payload.data()));
+        held.clear();
+    });
+    playback.join();
+}
+}  // namespace
+
+// The default set-up runs the deleter by itself: no drain call by the host anywhere here.
+TEST(VelaInitThreads, InitRunsTheDeleterThatEmptiesTheQueueAfterABurstAndFreeStopsIt) {
     EXPECT_FALSE(Vela_Init::sIsInitialized);
     Vela_Init::Init();
     Vela_Init::Init();
     EXPECT_TRUE(Vela_Init::sIsInitialized);
+    EXPECT_TRUE(Sys_DelayedDeletionObject::IsDeleterThreadRunning());
+
+    for (int burst = 0; burst < 3; ++burst) {
+        ReleaseBurstOnAnotherThread(20000);
+        const auto took = WaitForEmptyQueue(std::chrono::seconds(2));
+        EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), 0u) << "burst " << burst;
+        EXPECT_LT(took, std::chrono::milliseconds(500)) << "burst " << burst;
+    }
+
+    // Free stops the deleter and destroys what was queued just before it.
+    ReleaseBurstOnAnotherThread(1000);
     Vela_Init::Free();
     EXPECT_FALSE(Vela_Init::sIsInitialized);
+    EXPECT_FALSE(Sys_DelayedDeletionObject::IsDeleterThreadRunning());
+    EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), 0u);
     Vela_Init::Free();
     EXPECT_FALSE(Vela_Init::sIsInitialized);
+}
+
+TEST(VelaInitThreads, AHostThatOptsOutOrRunsItsOwnDeleterKeepsControlOfIt) {
+    Vela_Init::sRunDeleterThread = false;
+    Vela_Init::Init();
+    EXPECT_FALSE(Sys_DelayedDeletionObject::IsDeleterThreadRunning());
+    ReleaseBurstOnAnotherThread(10);
+    std::this_thread::sleep_for(std::chrono::milliseconds(3 * Vela_Init::kDeleterPeriodMs));
+    Vela_Init::Free();
+    EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), 10u);  // the host drains
+    EXPECT_EQ(Sys_DelayedDeletionObject::DrainDelayedDeletions(), 10u);
+    Vela_Init::sRunDeleterThread = true;
+
+    // A deleter the host started itself outlives Free.
+    Sys_DelayedDeletionObject::StartDeleterThread(5);
+    Vela_Init::Init();
+    Vela_Init::Free();
+    EXPECT_TRUE(Sys_DelayedDeletionObject::IsDeleterThreadRunning());
+    Sys_DelayedDeletionObject::StopDeleterThread();
 }
 
 TEST(VelaInit, StringTableHoldsEveryTextExactlyAndNothingElse) {

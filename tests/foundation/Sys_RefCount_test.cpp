@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -89,6 +90,26 @@ TEST_F(Sys_RefCountTest, DeleterThreadAndConcurrentDrainsDestroyWhatTwoProducers
     Sys_DelayedDeletionObject::StopDeleterThread();
     Sys_DelayedDeletionObject::StopDeleterThread();
     EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), 0u);
+}
+
+// A deleter thread that gets no time (here: one that sleeps for an hour) cannot let a producer
+// pile objects up: its makers help once the backlog passes the threshold. Without the deleter
+// thread the host drains, and nobody else destroys anything.
+TEST_F(Sys_RefCountTest, MakersHelpAStarvedDeleterThreadAndOnlyIt) {
+    constexpr size_t kBacklog = Sys_DelayedDeletionObject::kAssistBacklog;
+    Sys_DelayedDeletionObject::StartDeleterThread(3600 * 1000);
+    size_t peak = 0;
+    for (size_t i = 0; i < 3 * kBacklog; ++i) {
+        (new Doomed)->DelayedDelete();
+        peak = std::max(peak, Sys_DelayedDeletionObject::GetPendingCount());
+    }
+    EXPECT_EQ(peak, kBacklog + 1);
+    Sys_DelayedDeletionObject::StopDeleterThread();
+    EXPECT_EQ(size_t(gDestroyed.load()), 3 * kBacklog);
+
+    for (size_t i = 0; i < kBacklog + 10; ++i) (new Doomed)->DelayedDelete();
+    EXPECT_EQ(Sys_DelayedDeletionObject::GetPendingCount(), kBacklog + 10);
+    EXPECT_EQ(Sys_DelayedDeletionObject::DrainDelayedDeletions(), kBacklog + 10);
 }
 
 TEST(DelayedDeletionAtExit, QueuedObjectsAreDestroyedAtExit) {
