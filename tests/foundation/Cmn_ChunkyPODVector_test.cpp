@@ -102,6 +102,23 @@ TEST(Cmn_ChunkyPODVector, MatchesAPlainVectorUnderRandomEdits) {
     }
 }
 
+TEST(Cmn_ChunkyPODVector, PartitionPointAgreesWithTheStandardOneAcrossChunks) {
+    std::mt19937 random(77);
+    for (size_t perChunk : {1u, 3u, 8u}) {
+        Vector vector(perChunk);
+        std::vector<Record> model;  // sorted by key, repeats allowed
+        for (int step = 0; step < 200; ++step) {
+            const Record record{static_cast<int>(random() % 50), 0};
+            const auto at = std::upper_bound(model.begin(), model.end(), record.mKey, [](int iKey, const Record& iR) { return iKey < iR.mKey; });
+            vector.Insert(static_cast<size_t>(at - model.begin()), 1, &record);
+            model.insert(at, record);
+            const int key = static_cast<int>(random() % 52) - 1;
+            auto before = [key](const Record& iR) { return iR.mKey < key; };
+            ASSERT_EQ(vector.PartitionPoint(before), static_cast<size_t>(std::partition_point(model.begin(), model.end(), before) - model.begin()));
+        }
+    }
+}
+
 TEST(Cmn_ChunkyPODVector, IteratorsMoveByIndexAndWorkWithStandardAlgorithms) {
     Vector vector(4);
     for (int i = 0; i < 20; ++i) vector.PushBack({i * 10, 0});
