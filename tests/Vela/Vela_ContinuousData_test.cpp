@@ -8,7 +8,7 @@
 
 #include "AssertCapture.h"
 #include "BlockBytes.h"
-#include "Cmn_Exception.h"
+#include "LocalizedError.h"
 #include "Ndo_Manager.h"
 #include "Sys_TypedStream.h"
 #include "UndoMarks.h"
@@ -53,12 +53,7 @@ ByteVector MdCD(const std::vector<std::pair<Time_Typed, int32_t>>& iSegments, in
 
 int MessageIdOfReading(const ByteVector& iBytes) {
     Vela_ContinuousData data(Ndo_Object::kNotUndoable, false);
-    try {
-        Read(data, iBytes);
-    } catch (const Cmn_LocalizedException& e) {
-        return e.GetMessageID();
-    }
-    return 0;
+    return LocalizedMessageIdOf([&] { Read(data, iBytes); });
 }
 
 }  // namespace
@@ -142,18 +137,6 @@ TEST(ContinuousData, MixedEditsMatchAMapAndUndoRedoEachStep) {
     Ndo_gManager.SetHistoryDepth(100);
 }
 
-TEST(ContinuousData, NoValueBeforeTheFirstSegmentIsReported) {
-    Vela_ContinuousData data(Ndo_Object::kNotUndoable, false);
-    data.SetValueAtTime(Tick(10), 5);
-    AssertCapture asserts;
-    EXPECT_EQ(data.GetValueAtTime(Tick(9)), 0);
-    ASSERT_EQ(asserts.Count(), 1u);
-    EXPECT_EQ(asserts.Condition(), "i != mSegments.begin()");
-    data.NdoRestoreState(nullptr);
-    EXPECT_EQ(asserts.Condition(1), "p != 0");
-    EXPECT_EQ(data.GetSize(), 1u);
-}
-
 TEST(ContinuousData, OffsetsSnapTickTimesOnlyWhenBothSwitchesAreOn) {
     const int64_t grid = Time_Globals::GetCoarseInternalTickGrid();
     for (auto [active, snap] : {std::pair{false, true}, {true, false}, {true, true}}) {
@@ -170,7 +153,7 @@ TEST(ContinuousData, OffsetsSnapTickTimesOnlyWhenBothSwitchesAreOn) {
     TickTimesMatter::SetActive(false);
 }
 
-TEST(ContinuousData, BlockBytesRoundTripAndDamage) {
+TEST(ContinuousData, BlockBytesRoundTripDamageAndReports) {
     Vela_ContinuousData data(Ndo_Object::kNotUndoable, false);
     data.SetValueAtTime(Time_Typed(7, kTime_Samples), -3);
     data.SetValueAtTime(Tick(1000), 127);
@@ -198,8 +181,14 @@ TEST(ContinuousData, BlockBytesRoundTripAndDamage) {
     negative.SetValueAtTime(Tick(-10), 2);
     AssertCapture asserts;
     const ByteVector written = Bytes(negative);
-    EXPECT_EQ(asserts.Count(), 1u);
-    EXPECT_EQ(asserts.Condition(), "iter->mTime.AsInt64() >= previousTime.AsInt64()");
     Read(read, written);
     EXPECT_EQ(Contents(read), (Oracle{{-20, 1}, {-10, 2}}));
+    // Asking before the first segment, or restoring a foreign state, is reported too.
+    EXPECT_EQ(read.GetValueAtTime(Tick(-21)), 0);
+    read.NdoRestoreState(nullptr);
+    EXPECT_EQ(read.GetSize(), 2u);
+    ASSERT_EQ(asserts.Count(), 3u);
+    EXPECT_EQ(asserts.Condition(0), "iter->mTime.AsInt64() >= previousTime.AsInt64()");
+    EXPECT_EQ(asserts.Condition(1), "i != mSegments.begin()");
+    EXPECT_EQ(asserts.Condition(2), "p != 0");
 }
