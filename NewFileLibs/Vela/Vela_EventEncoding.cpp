@@ -1,5 +1,7 @@
-// Vela_Event to MIDI wire messages. Status bytes are for channel 0; the sender ORs its channel
-// into the first byte of channel messages. Nothing here allocates: this runs on the output thread.
+// Vela_Event to MIDI wire messages. The message interface writes status bytes for channel 0 and
+// the sender ORs its channel in; WriteMessages writes everything at once with the channel in.
+// Both take each type's bytes from one table, so the one-call path is a table lookup and a few
+// selects for every single message. Nothing here allocates: this runs on the output thread.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -19,46 +21,97 @@ enum class EWire : uint8_t {
     kInvalid,         // codes beyond the MIDI types: asserts everywhere
 };
 
+// Where the data bytes of a single message come from.
+enum class EData : uint8_t {
+    kBytes,        // bytes 1 and 2 of the event, as stored (unused ones are never sent)
+    kNoteOff,      // bytes 1 and 2, but a release velocity of 64 goes out as 9n pp 00
+    kBend,         // the word at bytes 2..3 plus 8192, as two 7-bit halves
+    kWord,         // the word at bytes 2..3 as it is, as two 7-bit halves
+    kAllNotesOff,  // controller 7B, value 00
+};
+
 struct WireForm {
     EWire mKind;
     int8_t mLength;
     uint8_t mStatus;
+    EData mData;
 };
 
 constexpr WireForm kWireForms[Vela_Event::kLastMIDIType + 1] = {
-    {EWire::kNothing, 0, 0x00},          // kNull
-    {EWire::kSingle, 3, 0x90},           // kNoteOn
-    {EWire::kSingle, 3, 0x80},           // kNoteOff (90 pp 00 when the velocity is 64)
-    {EWire::kNothing, 0, 0x00},          // kNoteWithDuration
-    {EWire::kSingle, 3, 0xE0},           // kPitchBend
-    {EWire::kSingle, 3, 0xB0},           // kController
-    {EWire::kProgram, 0, 0x00},          // kProgram
-    {EWire::kSingle, 2, 0xD0},           // kMonoPressure
-    {EWire::kSingle, 3, 0xA0},           // kPolyPressure
-    {EWire::kSingle, 3, 0xF2},           // kSongPosition
-    {EWire::kSingle, 1, 0xFA},           // kStart
-    {EWire::kSingle, 1, 0xFB},           // kContinue
-    {EWire::kSingle, 1, 0xFC},           // kStop
-    {EWire::kSingle, 1, 0xF8},           // kTimingClock
-    {EWire::kSysex, 0, 0xF0},            // kSysex
-    {EWire::kSysex, 0, 0xF0},            // kLongSysex
-    {EWire::kPacket, 0, 0x00},           // kSysexPacket
-    {EWire::kNoteInProgress, 0, 0x00},   // kClearNoteInProgress
-    {EWire::kNoteInProgress, 0, 0x00},   // kAddNoteInProgress
-    {EWire::kNothing, 0, 0x00},          // kReleaseController
-    {EWire::kSingle, 3, 0xB0},           // kAllNotesOff
-    {EWire::kSingle, 2, 0xF1},           // kQuarterFrame
+    {EWire::kNothing, 0, 0x00, EData::kBytes},          // kNull
+    {EWire::kSingle, 3, 0x90, EData::kBytes},           // kNoteOn
+    {EWire::kSingle, 3, 0x80, EData::kNoteOff},         // kNoteOff
+    {EWire::kNothing, 0, 0x00, EData::kBytes},          // kNoteWithDuration
+    {EWire::kSingle, 3, 0xE0, EData::kBend},            // kPitchBend
+    {EWire::kSingle, 3, 0xB0, EData::kBytes},           // kController
+    {EWire::kProgram, 0, 0x00, EData::kBytes},          // kProgram
+    {EWire::kSingle, 2, 0xD0, EData::kBytes},           // kMonoPressure
+    {EWire::kSingle, 3, 0xA0, EData::kBytes},           // kPolyPressure
+    {EWire::kSingle, 3, 0xF2, EData::kWord},            // kSongPosition
+    {EWire::kSingle, 1, 0xFA, EData::kBytes},           // kStart
+    {EWire::kSingle, 1, 0xFB, EData::kBytes},           // kContinue
+    {EWire::kSingle, 1, 0xFC, EData::kBytes},           // kStop
+    {EWire::kSingle, 1, 0xF8, EData::kBytes},           // kTimingClock
+    {EWire::kSysex, 0, 0xF0, EData::kBytes},            // kSysex
+    {EWire::kSysex, 0, 0xF0, EData::kBytes},            // kLongSysex
+    {EWire::kPacket, 0, 0x00, EData::kBytes},           // kSysexPacket
+    {EWire::kNoteInProgress, 0, 0x00, EData::kBytes},   // kClearNoteInProgress
+    {EWire::kNoteInProgress, 0, 0x00, EData::kBytes},   // kAddNoteInProgress
+    {EWire::kNothing, 0, 0x00, EData::kBytes},          // kReleaseController
+    {EWire::kSingle, 3, 0xB0, EData::kAllNotesOff},     // kAllNotesOff
+    {EWire::kSingle, 2, 0xF1, EData::kBytes},           // kQuarterFrame
 };
-constexpr WireForm kInvalidForm{EWire::kInvalid, 0, 0x00};
+constexpr WireForm kInvalidForm{EWire::kInvalid, 0, 0x00, EData::kBytes};
 constexpr int kMaxSingleLength = 3;
 
 constexpr unsigned char kSysexStart = 0xF0;
 constexpr unsigned char kSysexEnd = 0xF7;
 constexpr int kNeutralReleaseVelocity = 64;
+constexpr uint8_t kNoteOnFromNoteOff = 0x80 ^ 0x90;
 
-const WireForm& FormOf(int iType) {
-    return (iType >= 0 && iType <= Vela_Event::kLastMIDIType) ? kWireForms[iType] : kInvalidForm;
+// The table above flattened for the encoder: one entry for every value of the type byte (so no
+// range check), with each data rule turned into the masks that apply it without branches.
+// A data byte is ((byte or 7-bit half of the word) AND mKeep) OR mSet.
+struct FastForm {
+    EWire mKind;
+    int8_t mLength;
+    uint8_t mStatus;
+    uint8_t mChannelMask;  // 0x0F for channel messages, 0 for system messages
+    bool mFromWord;
+    bool mNoteOffRule;
+    uint16_t mWordBias;
+    uint8_t mKeep1, mSet1, mKeep2, mSet2;
+};
+
+constexpr FastForm Flatten(const WireForm& iForm) {
+    FastForm fast{iForm.mKind, iForm.mLength, iForm.mStatus, 0, false, false, 0, 0xFF, 0, 0xFF, 0};
+    fast.mChannelMask = iForm.mStatus < 0xF0 ? 0x0F : 0x00;
+    fast.mFromWord = iForm.mData == EData::kBend || iForm.mData == EData::kWord;
+    fast.mWordBias = iForm.mData == EData::kBend ? 8192 : 0;
+    fast.mNoteOffRule = iForm.mData == EData::kNoteOff;
+    if (fast.mFromWord) fast.mKeep1 = fast.mKeep2 = 0x7F;
+    if (iForm.mData == EData::kAllNotesOff) {
+        fast.mKeep1 = fast.mKeep2 = 0;
+        fast.mSet1 = 0x7B;
+    }
+    return fast;
 }
+
+struct FastForms {
+    FastForm mByType[256];
+};
+
+constexpr FastForms MakeFastForms() {
+    FastForms forms{};
+    for (int code = 0; code < 256; ++code) {
+        const auto type = static_cast<int8_t>(code);
+        forms.mByType[code] = Flatten(type >= 0 && type <= Vela_Event::kLastMIDIType ? kWireForms[type] : kInvalidForm);
+    }
+    return forms;
+}
+constexpr FastForms kFastForms = MakeFastForms();
+
+const FastForm& FastFormOf(int8_t iType) { return kFastForms.mByType[static_cast<uint8_t>(iType)]; }
 
 // Kinds that cannot be counted or asked for a message: report, and the caller answers 0.
 bool RejectsCount(EWire iKind) {
@@ -70,6 +123,21 @@ bool RejectsMessage(EWire iKind) {
     const bool rejected = iKind == EWire::kPacket || iKind == EWire::kNoteInProgress || iKind == EWire::kInvalid;
     if (rejected) VELA_ASSERT(0);
     return rejected;
+}
+
+// ---- single messages: three bytes from the event's first word, whatever the type (only the
+// form's length of them are sent). Channel voice events keep their data in bytes 1 and 2, or
+// a 14-bit word in bytes 2..3.
+void WriteSingle(const Vela_Event& iEvent, const FastForm& iForm, unsigned iChannel, signed char* oData) {
+    const auto byte1 = static_cast<uint8_t>(iEvent.AsNoteOn().GetPitch());
+    const auto byte2 = static_cast<uint8_t>(iEvent.AsNoteOn().GetVelocity());
+    const auto word = static_cast<uint16_t>(iEvent.AsPitchBend().GetBendValue() + iForm.mWordBias);
+    const uint8_t data1 = ((iForm.mFromWord ? word : byte1) & iForm.mKeep1) | iForm.mSet1;
+    const uint8_t data2 = ((iForm.mFromWord ? word >> 7 : byte2) & iForm.mKeep2) | iForm.mSet2;
+    const bool neutral = iForm.mNoteOffRule && data2 == kNeutralReleaseVelocity;
+    oData[0] = static_cast<signed char>((iForm.mStatus ^ (neutral ? kNoteOnFromNoteOff : 0)) | (iChannel & iForm.mChannelMask));
+    oData[1] = static_cast<signed char>(data1);
+    oData[2] = static_cast<signed char>(neutral ? 0 : data2);
 }
 
 // ---- program change: up to three parts, in this fixed order.
@@ -85,8 +153,19 @@ constexpr ProgramPart kProgramParts[] = {
 };
 constexpr int kNumProgramParts = sizeof(kProgramParts) / sizeof(kProgramParts[0]);
 static_assert(kNumProgramParts == Vela_ProgramEvent::kNumParts);
+// Every part written back to back: the most any event but sysex takes.
+static_assert(kProgramParts[0].mLength + kProgramParts[1].mLength + kProgramParts[2].mLength <= Vela_Event::kMaxFixedWireLength);
 
 Vela_ProgramEvent::EPart PartAt(int iPart) { return static_cast<Vela_ProgramEvent::EPart>(iPart); }
+
+// Writes a part whole (a program change's value lands on the controller's place); its length.
+int WriteProgramPart(const Vela_ProgramEvent& iEvent, int iPart, unsigned iChannel, signed char* oData) {
+    const ProgramPart& form = kProgramParts[iPart];
+    oData[0] = static_cast<signed char>(form.mStatus | (iChannel & 0x0F));
+    oData[1] = form.mController;
+    oData[form.mLength - 1] = static_cast<signed char>(iEvent.GetPartValue(PartAt(iPart)));
+    return form.mLength;
+}
 
 int CountProgramParts(const Vela_ProgramEvent& iEvent) {
     int count = 0;
@@ -106,72 +185,28 @@ int FindProgramPart(const Vela_ProgramEvent& iEvent, int iIndex) {
 
 int WriteProgramMessage(const Vela_ProgramEvent& iEvent, signed char* oData, int iIndex) {
     const int part = FindProgramPart(iEvent, iIndex);
-    if (part < 0) return 0;
-    const ProgramPart& form = kProgramParts[part];
-    signed char* outP = oData;
-    *outP++ = static_cast<signed char>(form.mStatus);
-    if (form.mController >= 0) *outP++ = form.mController;
-    *outP++ = static_cast<signed char>(iEvent.GetPartValue(PartAt(part)));
-    return form.mLength;
+    return part < 0 ? 0 : WriteProgramPart(iEvent, part, 0, oData);
 }
 
-// ---- single messages: the status from the table, the data bytes from the event's view.
-void Write14Bits(unsigned iValue, signed char* oData) {
-    oData[0] = static_cast<signed char>(iValue & 0x7F);
-    oData[1] = static_cast<signed char>((iValue >> 7) & 0x7F);
-}
-
-int WriteSingleMessage(const Vela_Event& iEvent, const WireForm& iForm, signed char* oData) {
-    oData[0] = static_cast<signed char>(iForm.mStatus);
-    switch (iEvent.GetType()) {
-        case Vela_Event::kNoteOn:
-            oData[1] = iEvent.AsNoteOn().GetPitch();
-            oData[2] = iEvent.AsNoteOn().GetVelocity();
-            break;
-        case Vela_Event::kNoteOff:
-            oData[1] = iEvent.AsNoteOff().GetPitch();
-            oData[2] = iEvent.AsNoteOff().GetVelocity();
-            // The neutral release velocity goes out as a note-on of velocity 0.
-            if (oData[2] == kNeutralReleaseVelocity) {
-                oData[0] = static_cast<signed char>(kWireForms[Vela_Event::kNoteOn].mStatus);
-                oData[2] = 0;
-            }
-            break;
-        case Vela_Event::kPitchBend:
-            Write14Bits(static_cast<uint16_t>(iEvent.AsPitchBend().GetBendValue() + 8192), oData + 1);
-            break;
-        case Vela_Event::kController:
-            oData[1] = iEvent.AsController().GetControllerNumber();
-            oData[2] = iEvent.AsController().GetValue();
-            break;
-        case Vela_Event::kMonoPressure:
-            oData[1] = iEvent.AsMonoPressure().GetPressure();
-            break;
-        case Vela_Event::kPolyPressure:
-            oData[1] = iEvent.AsPolyPressure().GetPitch();
-            oData[2] = iEvent.AsPolyPressure().GetPressure();
-            break;
-        case Vela_Event::kSongPosition:
-            Write14Bits(static_cast<uint16_t>(iEvent.AsSongPosition().GetPosition()), oData + 1);
-            break;
-        case Vela_Event::kAllNotesOff:
-            oData[1] = 0x7B;
-            oData[2] = 0x00;
-            break;
-        case Vela_Event::kQuarterFrame:
-            oData[1] = static_cast<signed char>(iEvent.AsQuarterFrame().GetQFDataByte());
-            break;
-        default:  // status-only messages
-            break;
+// Every enabled part, back to back: each part is written, and kept only when enabled (needs
+// kMaxFixedWireLength bytes of room).
+int WriteProgramMessages(const Vela_ProgramEvent& iEvent, unsigned iChannel, signed char* oData) {
+    int length = 0;
+    for (int part = 0; part < kNumProgramParts; ++part) {
+        const int written = WriteProgramPart(iEvent, part, iChannel, oData + length);
+        length += iEvent.IsPartEnabled(PartAt(part)) ? written : 0;
     }
-    return iForm.mLength;
+    return length;
 }
 
 // Writes message iIndex of a single-message or program event; answers its length (0: none).
-int WriteFixedMessage(const Vela_Event& iEvent, const WireForm& iForm, signed char* oData, int iIndex) {
+int WriteFixedMessage(const Vela_Event& iEvent, const FastForm& iForm, signed char* oData, int iIndex) {
     if (iForm.mKind == EWire::kProgram) return WriteProgramMessage(iEvent.AsProgram(), oData, iIndex);
-    if (iForm.mKind == EWire::kSingle && iIndex == 0) return WriteSingleMessage(iEvent, iForm, oData);
-    return 0;
+    if (iForm.mKind != EWire::kSingle || iIndex != 0) return 0;
+    signed char bytes[kMaxSingleLength];
+    WriteSingle(iEvent, iForm, 0, bytes);
+    std::memcpy(oData, bytes, size_t(iForm.mLength));
+    return iForm.mLength;
 }
 
 // One slice of F0, payload, F7. A slice ending on the last payload byte carries no F7; the
@@ -193,7 +228,7 @@ void WriteSysexSlice(const unsigned char* iPayloadP, int iPayloadLength, signed 
 }  // namespace
 
 int Vela_Event::GetNumMessages() const {
-    const WireForm& form = FormOf(mU.mBase.mType);
+    const FastForm& form = FastFormOf(mU.mBase.mType);
     if (RejectsCount(form.mKind)) return 0;
     switch (form.mKind) {
         case EWire::kSingle: return 1;
@@ -204,7 +239,7 @@ int Vela_Event::GetNumMessages() const {
 }
 
 int Vela_Event::GetMessageLength(int iMessageIndex) const {
-    const WireForm& form = FormOf(mU.mBase.mType);
+    const FastForm& form = FastFormOf(mU.mBase.mType);
     if (RejectsMessage(form.mKind)) return 0;
     switch (form.mKind) {
         case EWire::kSingle:
@@ -224,7 +259,7 @@ int Vela_Event::GetMessageLength(int iMessageIndex) const {
 }
 
 void Vela_Event::GetMessageData(signed char* oData, int iMessageIndex) const {
-    const WireForm& form = FormOf(mU.mBase.mType);
+    const FastForm& form = FastFormOf(mU.mBase.mType);
     if (RejectsMessage(form.mKind)) return;
     const unsigned char* payloadP = nullptr;
     int length = 0;
@@ -235,7 +270,7 @@ void Vela_Event::GetMessageData(signed char* oData, int iMessageIndex) const {
 }
 
 void Vela_Event::GetPartialMessageData(signed char* oData, int iMessageIndex, int iOffset, int iCount) const {
-    const WireForm& form = FormOf(mU.mBase.mType);
+    const FastForm& form = FastFormOf(mU.mBase.mType);
     if (form.mKind == EWire::kSysex) {
         // Sliced straight from the stored bytes, so long messages are never copied whole.
         const unsigned char* payloadP = nullptr;
@@ -248,4 +283,34 @@ void Vela_Event::GetPartialMessageData(signed char* oData, int iMessageIndex, in
     const int length = WriteFixedMessage(*this, form, scratch, iMessageIndex);
     const int copied = std::min(iCount, length - iOffset);
     if (copied > 0) std::memcpy(oData, scratch + iOffset, size_t(copied));
+}
+
+int Vela_Event::WriteMessages(signed char* oData, int iCapacity, int iChannel) const {
+    const FastForm& form = FastFormOf(mU.mBase.mType);
+    const auto channel = static_cast<unsigned>(iChannel);
+    if (form.mKind == EWire::kSingle && iCapacity >= kMaxFixedWireLength) [[likely]] {
+        WriteSingle(*this, form, channel, oData);
+        return form.mLength;
+    }
+    if (form.mKind == EWire::kSingle || form.mKind == EWire::kProgram) {
+        // Written whole, in place when there is room for the most any of them takes.
+        signed char scratch[kMaxFixedWireLength];
+        signed char* outP = iCapacity >= kMaxFixedWireLength ? oData : scratch;
+        int length = form.mLength;
+        if (form.mKind == EWire::kSingle)
+            WriteSingle(*this, form, channel, outP);
+        else
+            length = WriteProgramMessages(AsProgram(), channel, outP);
+        if (outP == scratch && length <= iCapacity) std::memcpy(oData, scratch, size_t(length));
+        return length;
+    }
+    if (form.mKind == EWire::kSysex) {
+        const unsigned char* payloadP = nullptr;
+        int length = 0;
+        if (GetNumMessages() == 0 || !GetSysexPayload(payloadP, length)) return 0;
+        if (length + 2 <= iCapacity) WriteSysexSlice(payloadP, length, oData, 0, length + 2);
+        return length + 2;
+    }
+    RejectsCount(form.mKind);
+    return 0;
 }

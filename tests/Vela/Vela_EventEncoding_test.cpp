@@ -1,7 +1,9 @@
 // Events as MIDI wire messages: each type's bytes, program parts, sysex framing and slicing,
-// the types that have no wire form, and that none of it allocates.
+// the types that have no wire form, and that none of it allocates. Every event encoded here
+// goes through both the message interface and the one-call path, which must agree.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -16,14 +18,46 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using Messages = std::vector<Bytes>;
 
-// Every message of the event, in the calling order an output port uses.
+// The one-call path with iRoom bytes of room: its answer, and what it wrote when that fits.
+// When it does not fit nothing is written; nothing past the room is ever touched, nor past the
+// answer in a room smaller than the most a fixed message takes.
+std::pair<int, Bytes> OneCall(const Vela_Event& iEvent, int iChannel, int iRoom) {
+    std::vector<signed char> out(size_t(iRoom) + Vela_Event::kMaxFixedWireLength, 0x55);
+    const int length = iEvent.WriteMessages(out.data(), iRoom, iChannel);
+    const bool fits = length <= iRoom;
+    const int clean = !fits ? 0 : iRoom < Vela_Event::kMaxFixedWireLength ? length : iRoom;
+    EXPECT_TRUE(std::all_of(out.begin() + clean, out.end(), [](signed char iByte) { return iByte == 0x55; }))
+        << "wrote outside the room of " << iRoom;
+    return {length, fits ? Bytes(out.begin(), out.begin() + length) : Bytes()};
+}
+
+// Every message of the event, in the calling order an output port uses. The one-call path must
+// give the same messages back to back, with the channel in the status of channel messages,
+// whatever the room it is given.
 Messages Encode(const Vela_Event& iEvent) {
+    constexpr int kChannel = 16 + 11;  // only the low 4 bits count
     Messages messages;
+    Bytes joined[2];  // channel 0, kChannel
     for (int i = 0; i < iEvent.GetNumMessages(); ++i) {
         std::vector<signed char> out(size_t(iEvent.GetMessageLength(i)) + 1, 0x55);
         iEvent.GetMessageData(out.data(), i);
         EXPECT_EQ(out.back(), 0x55) << "wrote past the message length";
-        messages.emplace_back(out.begin(), out.end() - 1);
+        Bytes message(out.begin(), out.end() - 1);
+        messages.push_back(message);
+        joined[0].insert(joined[0].end(), message.begin(), message.end());
+        if (!message.empty() && message[0] < 0xF0) message[0] |= kChannel & 0x0F;
+        joined[1].insert(joined[1].end(), message.begin(), message.end());
+    }
+    for (int channel : {0, kChannel}) {
+        const Bytes& expected = joined[channel == 0 ? 0 : 1];
+        const int length = int(expected.size());
+        for (int room : {length + 16, length, length - 1}) {
+            if (room < 0) continue;
+            SCOPED_TRACE(testing::Message() << "one call, channel " << channel << ", room " << room);
+            const auto [answer, bytes] = OneCall(iEvent, channel, room);
+            EXPECT_EQ(answer, length);
+            EXPECT_EQ(bytes, room >= length ? expected : Bytes());
+        }
     }
     return messages;
 }
@@ -150,7 +184,7 @@ TEST(EventEncoding, LongSysexFromPacketsIsSentOnlyWhenComplete) {
     bytes.front() = 0xF0;
     const Vela_SysexPacketEvent noEnd(20, bytes.data(), &allocator);
     ASSERT_EQ(noEnd.GetType(), Vela_Event::kLongSysex);
-    EXPECT_EQ(noEnd.GetNumMessages(), 0);
+    EXPECT_EQ(Encode(noEnd), Messages{});
     EXPECT_TRUE(noEnd.IsMessageSysex(0));
 
     bytes.back() = 0xF7;
@@ -190,7 +224,8 @@ TEST(EventEncoding, TypesWithoutMessageFormWriteNothingAndInternalOnesAssert) {
         SCOPED_TRACE(testing::Message() << "type " << int(c.mEvent.GetType()));
         AssertCapture asserts;
         EXPECT_EQ(c.mEvent.GetNumMessages(), 0);
-        EXPECT_EQ(asserts.Count(), c.mCountAsserts);
+        EXPECT_EQ(OneCall(c.mEvent, 3, 16), std::make_pair(0, Bytes()));
+        EXPECT_EQ(asserts.Count(), 2 * c.mCountAsserts);
         asserts.Clear();
         EXPECT_EQ(c.mEvent.GetMessageLength(0), 0);
         signed char out[4] = {0x55, 0x55, 0x55, 0x55};
@@ -214,6 +249,7 @@ TEST(EventEncoding, EncodingEveryTypeNeverAllocates) {
     signed char out[128];
     AllocCounter counter;
     for (const Vela_Event& event : events) {
+        event.WriteMessages(out, sizeof out, 5);
         for (int i = 0; i < event.GetNumMessages(); ++i) {
             event.GetMessageData(out, i);
             for (int offset = 0; offset < event.GetMessageLength(i); offset += 2) event.GetPartialMessageData(out, i, offset, 2);
