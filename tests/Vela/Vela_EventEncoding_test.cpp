@@ -18,9 +18,8 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using Messages = std::vector<Bytes>;
 
-// The one-call path with iRoom bytes of room: its answer, and what it wrote when that fits.
-// When it does not fit nothing is written; nothing past the room is ever touched, nor past the
-// answer in a room smaller than the most a fixed message takes.
+// The one-call path's answer and what it wrote in iRoom bytes: nothing when it does not fit, and
+// never past the room (nor past the answer in a room below kMaxFixedWireLength).
 std::pair<int, Bytes> OneCall(const Vela_Event& iEvent, int iChannel, int iRoom) {
     std::vector<signed char> out(size_t(iRoom) + Vela_Event::kMaxFixedWireLength, 0x55);
     const int length = iEvent.WriteMessages(out.data(), iRoom, iChannel);
@@ -32,32 +31,26 @@ std::pair<int, Bytes> OneCall(const Vela_Event& iEvent, int iChannel, int iRoom)
 }
 
 // Every message of the event, in the calling order an output port uses. The one-call path must
-// give the same messages back to back, with the channel in the status of channel messages,
-// whatever the room it is given.
+// give them back to back, the channel in each channel message's status, in any room.
 Messages Encode(const Vela_Event& iEvent) {
     constexpr int kChannel = 16 + 11;  // only the low 4 bits count
     Messages messages;
-    Bytes joined[2];  // channel 0, kChannel
+    Bytes joined;
     for (int i = 0; i < iEvent.GetNumMessages(); ++i) {
         std::vector<signed char> out(size_t(iEvent.GetMessageLength(i)) + 1, 0x55);
         iEvent.GetMessageData(out.data(), i);
         EXPECT_EQ(out.back(), 0x55) << "wrote past the message length";
-        Bytes message(out.begin(), out.end() - 1);
-        messages.push_back(message);
-        joined[0].insert(joined[0].end(), message.begin(), message.end());
-        if (!message.empty() && message[0] < 0xF0) message[0] |= kChannel & 0x0F;
-        joined[1].insert(joined[1].end(), message.begin(), message.end());
+        messages.emplace_back(out.begin(), out.end() - 1);
+        const size_t at = joined.size();
+        joined.insert(joined.end(), out.begin(), out.end() - 1);
+        if (joined.size() > at && joined[at] < 0xF0) joined[at] |= kChannel & 0x0F;
     }
-    for (int channel : {0, kChannel}) {
-        const Bytes& expected = joined[channel == 0 ? 0 : 1];
-        const int length = int(expected.size());
-        for (int room : {length + 16, length, length - 1}) {
-            if (room < 0) continue;
-            SCOPED_TRACE(testing::Message() << "one call, channel " << channel << ", room " << room);
-            const auto [answer, bytes] = OneCall(iEvent, channel, room);
-            EXPECT_EQ(answer, length);
-            EXPECT_EQ(bytes, room >= length ? expected : Bytes());
-        }
+    const int length = int(joined.size());
+    for (int room : {length + 16, length, length - 1}) {
+        SCOPED_TRACE(testing::Message() << "one call, room " << room);
+        const auto [answer, bytes] = OneCall(iEvent, kChannel, std::max(room, 0));
+        EXPECT_EQ(answer, length);
+        EXPECT_EQ(bytes, room >= length ? joined : Bytes());
     }
     return messages;
 }
@@ -127,50 +120,45 @@ TEST(EventEncoding, EachSingleMessageTypeHasItsWireBytes) {
 }
 
 TEST(EventEncoding, ProgramSendsOnlyItsEnabledPartsInOrder) {
-    Vela_ProgramEvent program(5, Bank(1, 2));
-    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x00, 0x01}, {0xB0, 0x20, 0x02}, {0xC0, 0x05}}));
-
-    program.SetMSBBankEnable(false);
-    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x20, 0x02}, {0xC0, 0x05}}));
-    EXPECT_EQ(program.GetMessageLength(2), 0);
-    signed char untouched[3] = {0x55, 0x55, 0x55};
-    program.GetMessageData(untouched, 2);
-    EXPECT_EQ(untouched[0], 0x55);
-
-    program.SetLSBBankEnable(false);
-    EXPECT_EQ(Encode(program), (Messages{{0xC0, 0x05}}));
-    program.SetMSBBankEnable(true);
-    program.SetProgramEnable(false);
-    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x00, 0x01}}));
-    program.SetMSBBankEnable(false);
-    EXPECT_EQ(program.GetNumMessages(), 0);
-
+    const Messages parts = {{0xB0, 0x00, 0x01}, {0xB0, 0x20, 0x02}, {0xC0, 0x05}};
+    for (int enabled = 0; enabled < 8; ++enabled) {
+        SCOPED_TRACE(testing::Message() << "enabled parts " << enabled);
+        Vela_ProgramEvent program(5, Bank(1, 2));
+        program.SetMSBBankEnable(enabled & 1);
+        program.SetLSBBankEnable(enabled & 2);
+        program.SetProgramEnable(enabled & 4);
+        Messages expected;
+        for (int part = 0; part < 3; ++part)
+            if (enabled >> part & 1) expected.push_back(parts[size_t(part)]);
+        EXPECT_EQ(Encode(program), expected);
+        // An index beyond the enabled parts names nothing and writes nothing.
+        signed char untouched[3] = {0x55, 0x55, 0x55};
+        program.GetMessageData(untouched, int(expected.size()));
+        EXPECT_EQ(program.GetMessageLength(int(expected.size())), 0);
+        EXPECT_EQ(untouched[0], 0x55);
+    }
     // Slices of a program message come from the message it names.
     const Vela_ProgramEvent full(9, Bank(3, 4));
     EXPECT_EQ(Partial(full, 1, 1, 2), (Bytes{0x20, 0x04}));
     EXPECT_EQ(Partial(full, 2, 0, 2), (Bytes{0xC0, 0x09}));
 }
 
-TEST(EventEncoding, ShortSysexIsFramedAndSliced) {
-    const unsigned char payload[] = {0x7E, 0x7F, 0x09, 0x01};
-    const Vela_SysexEvent sysex(4, payload);
-    EXPECT_TRUE(sysex.IsMessageSysex(0));
+TEST(EventEncoding, SysexIsFramedAndSlicesOfAnySizeConcatenateToTheWholeMessage) {
+    const unsigned char payload4[] = {0x7E, 0x7F, 0x09, 0x01};
+    const Vela_SysexEvent sysex(4, payload4);
     EXPECT_TRUE(sysex.IsMessageSysex(7));
-    EXPECT_EQ(sysex.GetMessageLength(0), 6);
     EXPECT_EQ(Single(sysex), (Bytes{0xF0, 0x7E, 0x7F, 0x09, 0x01, 0xF7}));
     // A slice ending on the last payload byte has no F7; the next one is the F7 alone.
     EXPECT_EQ(Partial(sysex, 0, 1, 4), (Bytes{0x7E, 0x7F, 0x09, 0x01}));
     EXPECT_EQ(Partial(sysex, 0, 5, 1), (Bytes{0xF7}));
-    EXPECT_EQ(Single(Vela_SysexEvent(0, nullptr)), (Bytes{0xF0, 0xF7}));
-}
 
-TEST(EventEncoding, SlicesOfAnySizeConcatenateToTheWholeMessage) {
     std::vector<unsigned char> payload(300);
     for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<unsigned char>(i & 0x7F);
     for (int payloadLength : {0, 1, 13, 14, 15, 40, 300}) {
         const Vela_SysexEvent sysex(payloadLength, payload.data());
         const Bytes whole = Single(sysex);
         ASSERT_EQ(whole.size(), size_t(payloadLength) + 2);
+        EXPECT_EQ(Bytes({whole.front(), whole.back()}), (Bytes{0xF0, 0xF7}));
         for (int slice : {1, 2, 3, 5, 7, 16, 64, 1000}) {
             SCOPED_TRACE(testing::Message() << payloadLength << " payload bytes, slices of " << slice);
             EXPECT_EQ(Sliced(sysex, slice), whole);
