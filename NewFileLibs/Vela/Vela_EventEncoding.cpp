@@ -70,30 +70,38 @@ constexpr int kNeutralReleaseVelocity = 64;
 constexpr uint8_t kNoteOnFromNoteOff = 0x80 ^ 0x90;
 
 // The table above flattened for the encoder: one entry for every value of the type byte (so no
-// range check), with each data rule turned into the masks that apply it without branches.
-// A data byte is ((byte or 7-bit half of the word) AND mKeep) OR mSet.
+// range check), each data rule turned into masks and a shift that apply it without branches.
+// The source is bytes 1 and 2 as one value (byte 1 low) or the word at bytes 2..3 plus
+// mWordBias, chosen by masks; data byte 1 = (source AND mKeep1) OR mSet1, data byte 2 =
+// ((source >> mShift2) AND mKeep2) OR mSet2.
 struct FastForm {
     EWire mKind;
     int8_t mLength;
     uint8_t mStatus;
     uint8_t mChannelMask;  // 0x0F for channel messages, 0 for system messages
-    bool mFromWord;
-    bool mNoteOffRule;
+    uint16_t mBytesMask;   // 0xFFFF when the source is bytes 1 and 2, else 0
+    uint16_t mWordMask;    // 0xFFFF when the source is the word, else 0
     uint16_t mWordBias;
+    uint8_t mShift2;
     uint8_t mKeep1, mSet1, mKeep2, mSet2;
+    uint8_t mNoteOffRule;  // 1: a data byte 2 of 64 turns 8n pp 40 into 9n pp 00
 };
 
 constexpr FastForm Flatten(const WireForm& iForm) {
-    FastForm fast{iForm.mKind, iForm.mLength, iForm.mStatus, 0, false, false, 0, 0xFF, 0, 0xFF, 0};
+    const bool fromWord = iForm.mData == EData::kBend || iForm.mData == EData::kWord;
+    const bool fixed = iForm.mData == EData::kAllNotesOff;
+    FastForm fast{};
+    fast.mKind = iForm.mKind;
+    fast.mLength = iForm.mLength;
+    fast.mStatus = iForm.mStatus;
     fast.mChannelMask = iForm.mStatus < 0xF0 ? 0x0F : 0x00;
-    fast.mFromWord = iForm.mData == EData::kBend || iForm.mData == EData::kWord;
+    fast.mBytesMask = fromWord ? 0 : 0xFFFF;
+    fast.mWordMask = fromWord ? 0xFFFF : 0;
     fast.mWordBias = iForm.mData == EData::kBend ? 8192 : 0;
-    fast.mNoteOffRule = iForm.mData == EData::kNoteOff;
-    if (fast.mFromWord) fast.mKeep1 = fast.mKeep2 = 0x7F;
-    if (iForm.mData == EData::kAllNotesOff) {
-        fast.mKeep1 = fast.mKeep2 = 0;
-        fast.mSet1 = 0x7B;
-    }
+    fast.mShift2 = fromWord ? 7 : 8;
+    fast.mKeep1 = fast.mKeep2 = fixed ? 0x00 : fromWord ? 0x7F : 0xFF;
+    fast.mSet1 = fixed ? 0x7B : 0x00;
+    fast.mNoteOffRule = iForm.mData == EData::kNoteOff ? 1 : 0;
     return fast;
 }
 
@@ -129,15 +137,16 @@ bool RejectsMessage(EWire iKind) {
 // form's length of them are sent). Channel voice events keep their data in bytes 1 and 2, or
 // a 14-bit word in bytes 2..3.
 void WriteSingle(const Vela_Event& iEvent, const FastForm& iForm, unsigned iChannel, signed char* oData) {
-    const auto byte1 = static_cast<uint8_t>(iEvent.AsNoteOn().GetPitch());
-    const auto byte2 = static_cast<uint8_t>(iEvent.AsNoteOn().GetVelocity());
-    const auto word = static_cast<uint16_t>(iEvent.AsPitchBend().GetBendValue() + iForm.mWordBias);
-    const uint8_t data1 = ((iForm.mFromWord ? word : byte1) & iForm.mKeep1) | iForm.mSet1;
-    const uint8_t data2 = ((iForm.mFromWord ? word >> 7 : byte2) & iForm.mKeep2) | iForm.mSet2;
-    const bool neutral = iForm.mNoteOffRule && data2 == kNeutralReleaseVelocity;
-    oData[0] = static_cast<signed char>((iForm.mStatus ^ (neutral ? kNoteOnFromNoteOff : 0)) | (iChannel & iForm.mChannelMask));
+    const unsigned bytes = static_cast<uint8_t>(iEvent.AsNoteOn().GetPitch()) |
+                           static_cast<unsigned>(static_cast<uint8_t>(iEvent.AsNoteOn().GetVelocity())) << 8;
+    const unsigned word = static_cast<uint16_t>(iEvent.AsPitchBend().GetBendValue() + iForm.mWordBias);
+    const unsigned source = (bytes & iForm.mBytesMask) | (word & iForm.mWordMask);
+    const unsigned data1 = (source & iForm.mKeep1) | iForm.mSet1;
+    const unsigned data2 = ((source >> iForm.mShift2) & iForm.mKeep2) | iForm.mSet2;
+    const unsigned neutral = iForm.mNoteOffRule & static_cast<unsigned>(data2 == kNeutralReleaseVelocity);
+    oData[0] = static_cast<signed char>((iForm.mStatus ^ (neutral * kNoteOnFromNoteOff)) | (iChannel & iForm.mChannelMask));
     oData[1] = static_cast<signed char>(data1);
-    oData[2] = static_cast<signed char>(neutral ? 0 : data2);
+    oData[2] = static_cast<signed char>(data2 & (neutral - 1u));  // 0 for the neutral note-off
 }
 
 // ---- program change: up to three parts, in this fixed order.
@@ -225,6 +234,32 @@ void WriteSysexSlice(const unsigned char* iPayloadP, int iPayloadLength, signed 
     if (iCount - copied > 0) oData[copied] = static_cast<signed char>(kSysexEnd);
 }
 
+// WriteMessages for all but a single message with room: kept out of line so the common case
+// stays a few instructions.
+[[gnu::noinline]] int WriteOtherMessages(const Vela_Event& iEvent, const FastForm& iForm, signed char* oData, int iCapacity,
+                                         unsigned iChannel) {
+    if (iForm.mKind == EWire::kSingle || iForm.mKind == EWire::kProgram) {
+        // Written whole, in place when there is room for the most any of them takes.
+        signed char scratch[Vela_Event::kMaxFixedWireLength];
+        signed char* outP = iCapacity >= Vela_Event::kMaxFixedWireLength ? oData : scratch;
+        int length = iForm.mLength;
+        if (iForm.mKind == EWire::kSingle)
+            WriteSingle(iEvent, iForm, iChannel, outP);
+        else
+            length = WriteProgramMessages(iEvent.AsProgram(), iChannel, outP);
+        if (outP == scratch && length <= iCapacity) std::memcpy(oData, scratch, size_t(length));
+        return length;
+    }
+    if (iForm.mKind == EWire::kSysex) {
+        if (iEvent.GetNumMessages() == 0) return 0;  // an incomplete long sysex is never sent
+        const int length = iEvent.GetMessageLength(0);
+        if (length <= iCapacity) iEvent.GetMessageData(oData, 0);
+        return length;
+    }
+    RejectsCount(iForm.mKind);
+    return 0;
+}
+
 }  // namespace
 
 int Vela_Event::GetNumMessages() const {
@@ -287,30 +322,9 @@ void Vela_Event::GetPartialMessageData(signed char* oData, int iMessageIndex, in
 
 int Vela_Event::WriteMessages(signed char* oData, int iCapacity, int iChannel) const {
     const FastForm& form = FastFormOf(mU.mBase.mType);
-    const auto channel = static_cast<unsigned>(iChannel);
     if (form.mKind == EWire::kSingle && iCapacity >= kMaxFixedWireLength) [[likely]] {
-        WriteSingle(*this, form, channel, oData);
+        WriteSingle(*this, form, static_cast<unsigned>(iChannel), oData);
         return form.mLength;
     }
-    if (form.mKind == EWire::kSingle || form.mKind == EWire::kProgram) {
-        // Written whole, in place when there is room for the most any of them takes.
-        signed char scratch[kMaxFixedWireLength];
-        signed char* outP = iCapacity >= kMaxFixedWireLength ? oData : scratch;
-        int length = form.mLength;
-        if (form.mKind == EWire::kSingle)
-            WriteSingle(*this, form, channel, outP);
-        else
-            length = WriteProgramMessages(AsProgram(), channel, outP);
-        if (outP == scratch && length <= iCapacity) std::memcpy(oData, scratch, size_t(length));
-        return length;
-    }
-    if (form.mKind == EWire::kSysex) {
-        const unsigned char* payloadP = nullptr;
-        int length = 0;
-        if (GetNumMessages() == 0 || !GetSysexPayload(payloadP, length)) return 0;
-        if (length + 2 <= iCapacity) WriteSysexSlice(payloadP, length, oData, 0, length + 2);
-        return length + 2;
-    }
-    RejectsCount(form.mKind);
-    return 0;
+    return WriteOtherMessages(*this, form, oData, iCapacity, static_cast<unsigned>(iChannel));
 }
