@@ -265,6 +265,11 @@ const std::vector<Note>& W3Notes() {
     return sNotes;
 }
 
+const std::vector<Note>& W3AscendingNotes() {
+    static const std::vector<Note> sNotes = SortedByStart(W3Notes());
+    return sNotes;
+}
+
 // ---------------------------------------------------------------- sequence data
 
 SequenceData MakeSequenceData() {
