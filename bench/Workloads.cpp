@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace wl {
 
@@ -310,6 +311,14 @@ std::vector<int64_t> DrawTimes(uint64_t iSeed, size_t iCount, uint64_t iBound) {
     return times;
 }
 
+// Query times (or window starts) once the reference over the sequence data gives iExpected.
+template <class Reference, class Answer>
+std::vector<int64_t> CheckedQueries(std::vector<int64_t> iTimes, Reference&& iReference, const Answer& iExpected,
+                                    const char* iWhat) {
+    auto matches = [&](const std::vector<int64_t>& iAll) { return iReference(Sequence(), iAll, iAll.size()) == iExpected; };
+    return Checked(std::move(iTimes), matches, iWhat);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- W4
@@ -345,9 +354,7 @@ Tally W4Reference(const SequenceData& iData, const std::vector<int64_t>& iWindow
 }
 
 const std::vector<int64_t>& W4Windows() {
-    static const std::vector<int64_t> sTimes = Checked(
-        MakeW4Windows(), [](const std::vector<int64_t>& iTimes) { return W4Reference(Sequence(), iTimes) == Tally{kW4Events, kW4Sum}; },
-        "W4 windows");
+    static const std::vector<int64_t> sTimes = CheckedQueries(MakeW4Windows(), W4Reference, Tally{kW4Events, kW4Sum}, "W4 windows");
     return sTimes;
 }
 
@@ -385,9 +392,7 @@ Tally W5Reference(const SequenceData& iData, const std::vector<int64_t>& iTimes,
 }
 
 const std::vector<int64_t>& W5Times() {
-    static const std::vector<int64_t> sTimes = Checked(
-        MakeW5Times(), [](const std::vector<int64_t>& iTimes) { return W5Reference(Sequence(), iTimes) == Tally{kW5Results, kW5Sum}; },
-        "W5 times");
+    static const std::vector<int64_t> sTimes = CheckedQueries(MakeW5Times(), W5Reference, Tally{kW5Results, kW5Sum}, "W5 times");
     return sTimes;
 }
 
@@ -408,8 +413,7 @@ uint64_t W6Reference(const SequenceData& iData, const std::vector<int64_t>& iTim
 }
 
 const std::vector<int64_t>& W6Times() {
-    static const std::vector<int64_t> sTimes = Checked(
-        MakeW6Times(), [](const std::vector<int64_t>& iTimes) { return W6Reference(Sequence(), iTimes) == kW6Hash; }, "W6 times");
+    static const std::vector<int64_t> sTimes = CheckedQueries(MakeW6Times(), W6Reference, kW6Hash, "W6 times");
     return sTimes;
 }
 
