@@ -1,7 +1,7 @@
 // Vela_Event to MIDI wire messages. The message interface writes status bytes for channel 0 and
 // the sender ORs its channel in; WriteMessages writes everything at once with the channel in.
 // Both take each type's bytes from one table, so the one-call path is a table lookup and a few
-// selects for every single message. Nothing here allocates: this runs on the output thread.
+// masks for every single message. Nothing here allocates: this runs on the output thread.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
