@@ -35,6 +35,8 @@
 #include "Mdie_SysexDataBase.h"
 #include "Mdie_TimedEvent.h"
 #include "Mdie_TrackState.h"
+#include "Vela_ContinuousData.h"
+#include "Vela_ContinuousDataStream.h"
 #include "Vela_Event.h"
 #include "Vela_ExtendedEvent.h"
 #include "Vela_ExtendedEventList.h"

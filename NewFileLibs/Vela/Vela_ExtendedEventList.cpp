@@ -89,3 +89,47 @@ void Vela_EventListWrapper::sort(size_t iFrom) {
         SortTail(*mDisplayItemListP, iFrom, &Vela_DisplayItem::PlaybackOrdering);
     }
 }
+
+// ---------------------------------------------------------------- range output
+
+Vela_OutputPlacement Vela_OutputPlacement::FromOrigin(const Time_Typed& iOrigin, const Time_Typed& iFloor,
+                                                      Time_EType iType) {
+    return Vela_OutputPlacement{Time_Typed(0, iOrigin.GetType()) - iOrigin, iFloor, iType};
+}
+
+Vela_OutputPlacement Vela_OutputPlacement::FromOffset(const Time_TypedLength& iOffset, Time_EType iType) {
+    return Vela_OutputPlacement{iOffset, Time_Typed::MinTime(iType), iType};
+}
+
+Time_Typed Vela_OutputPlacement::Place(const Time_Typed& iTime) const {
+    Time_Typed placed = iTime + mShift;
+    if (placed < mFloor) placed = mFloor;
+    return placed.GetType() == mType ? placed : Time_Convert::ToType(placed, mType);
+}
+
+Vela_RangeOutput::Vela_RangeOutput(Vela_EventListWrapper& iOut, const Vela_OutputPlacement& iPlacement,
+                                   const Vela_IRTProperties* iPropertiesP, bool iFlag, int iTag)
+    : mOut(iOut), mPlacement(iPlacement), mPropertiesP(iPropertiesP), mFlag(iFlag), mTag(iTag) {}
+
+Vela_RangeOutput::Vela_RangeOutput(Vela_DisplayItemList& iOut, const Vela_OutputPlacement& iPlacement,
+                                   const Time_Typed& iWindowStart, const Time_Typed& iWindowEnd,
+                                   const Vela_IRTProperties* iPropertiesP, bool iFlag, int iTag)
+    : mOut(iOut),
+      mPlacement(iPlacement),
+      mWindowStart(iWindowStart),
+      mWindowEnd(iWindowEnd),
+      mPropertiesP(iPropertiesP),
+      mFlag(iFlag),
+      mTag(iTag) {}
+
+bool Vela_RangeOutput::Add(const Time_Typed& iTime, const Vela_Event& iEvent) {
+    const Vela_ExtendedEvent placed(mPlacement.Place(iTime), iEvent);
+    if (placed.GetTime() < mWindowStart || !(placed.GetTime() < mWindowEnd)) return false;
+    Vela_ExtendedEvent processed(placed);
+    if (mPropertiesP) mPropertiesP->AdjustEvent(processed, 255);
+    if (mOut.IsDisplayList())
+        mOut.push_back(Vela_DisplayItem(processed, placed, mFlag, mTag));
+    else
+        mOut.push_back(processed);
+    return true;
+}

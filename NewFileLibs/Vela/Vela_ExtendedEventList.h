@@ -10,6 +10,15 @@
 // display. Indexing a wrapper that lacks the needed list is reported and answers a shared null
 // value (an empty timed event or display item) so the caller can go on.
 //
+// Vela_OutputPlacement and Vela_RangeOutput are the one place where the range queries of the
+// streams shape what they deliver: the output time is the stored time plus a shift (the
+// negative of a placing origin, or an offset), raised to a floor, converted to the output's
+// time kind. Real-time properties, when given, adjust a copy of the placed event (AdjustEvent
+// with scope 255); that processed event is what a timed or extended list receives. Where the
+// output holds display items, each item pairs the processed event with the placed stored one
+// and carries the query's flag and tag unchanged; timed and extended items have no room for
+// them. A display window, when given, keeps only items whose placed time lies in it.
+//
 // Threads: as the lists (one thread at a time). Real time: appending allocates only when the
 // list outgrows its reserved capacity; sort() swaps elements in place (a long sysex swap only
 // moves references) and never allocates; the lookups never allocate.
@@ -66,4 +75,38 @@ private:
     Mdie_TimedEventList* mTimedListP = nullptr;
     Vela_ExtendedEventList* mExtListP = nullptr;
     Vela_DisplayItemList* mDisplayItemListP = nullptr;
+};
+
+struct Vela_OutputPlacement {
+    Time_TypedLength mShift;                           // added to every stored time
+    Time_Typed mFloor = Time_Typed::MinTime(kTime_Ticks);  // the earliest output time
+    Time_EType mType = kTime_Ticks;                    // the kind of the output times
+
+    // Output time = stored time - iOrigin, at least iFloor, as iType.
+    static Vela_OutputPlacement FromOrigin(const Time_Typed& iOrigin, const Time_Typed& iFloor, Time_EType iType);
+    // Output time = stored time + iOffset, as iType.
+    static Vela_OutputPlacement FromOffset(const Time_TypedLength& iOffset, Time_EType iType);
+
+    Time_Typed Place(const Time_Typed& iTime) const;
+};
+
+class Vela_RangeOutput {
+public:
+    Vela_RangeOutput(Vela_EventListWrapper& iOut, const Vela_OutputPlacement& iPlacement,
+                     const Vela_IRTProperties* iPropertiesP, bool iFlag, int iTag);
+    // Display items whose placed time lies in [iWindowStart, iWindowEnd).
+    Vela_RangeOutput(Vela_DisplayItemList& iOut, const Vela_OutputPlacement& iPlacement, const Time_Typed& iWindowStart,
+                     const Time_Typed& iWindowEnd, const Vela_IRTProperties* iPropertiesP, bool iFlag, int iTag);
+
+    // Places, adjusts and appends one stored event. Returns false when the window dropped it.
+    bool Add(const Time_Typed& iTime, const Vela_Event& iEvent);
+
+private:
+    Vela_EventListWrapper mOut;
+    Vela_OutputPlacement mPlacement;
+    Time_Typed mWindowStart = Time_Typed::MinTime(kTime_Ticks);
+    Time_Typed mWindowEnd = Time_Typed::MaxTime(kTime_Ticks);
+    const Vela_IRTProperties* mPropertiesP;
+    bool mFlag;
+    int mTag;
 };
