@@ -8,8 +8,9 @@
 #include <cstring>
 #include <vector>
 
+#include "Figure.h"
 #include "Mdi_Parse.h"
-#include "workloads.h"
+#include "Workloads.h"
 
 #ifdef VELA_BENCH_HAVE_ALSA
 #include <alsa/asoundlib.h>
@@ -17,28 +18,16 @@
 
 namespace {
 
-constexpr uint64_t kW1Events = 26'209'403;
-constexpr uint64_t kW1Hash = 0x28a4bb74af752ee7ull;
+const std::vector<uint8_t>& W1Stream() { return wl::W1().mBytes; }
 
-const std::vector<uint8_t>& W1Stream() {
-    static const std::vector<uint8_t> sStream = [] {
-        wl::W1Info info;
-        return wl::gen_w1(info);
-    }();
-    return sStream;
-}
-
-// Rates per second over the measured time, and the check against the workload's figures.
-void Finish(benchmark::State& ioState, const wl::W1Sink& iSink, uint64_t iExpectCount, uint64_t iExpectHash) {
-    if (iSink.count != iExpectCount || iSink.hash != iExpectHash) {
+// The figures over the measured time, once the sink matches the workload's events.
+void Finish(benchmark::State& ioState, const wl::CanonicalHash& iSink, const figure::Goal& iGoal = {}) {
+    if (!iSink.MatchesW1()) {
         ioState.SkipWithError("W1 checksum mismatch");
         return;
     }
-    const double bytes = static_cast<double>(W1Stream().size()) * static_cast<double>(ioState.iterations());
-    ioState.counters["MB/s"] = benchmark::Counter(bytes / 1e6, benchmark::Counter::kIsRate);
-    ioState.counters["msgs/s"] =
-        benchmark::Counter(static_cast<double>(iExpectCount) * static_cast<double>(ioState.iterations()),
-                           benchmark::Counter::kIsRate);
+    ioState.counters["msgs/s"] = figure::Counter("msgs/s", static_cast<double>(wl::kW1Events));
+    figure::Report(ioState, "MB/s", static_cast<double>(wl::kW1Bytes) / 1e6, iGoal);
 }
 
 template <class FeedSlice>
@@ -63,23 +52,23 @@ public:
         const unsigned ch = static_cast<unsigned>(mParser.GetChannel());
         switch (iEvent.GetType()) {
             case Vela_Event::kNoteOn:
-                mSink.put(wl::canon_noteon(ch, U(iEvent.AsNoteOn().GetPitch()), U(iEvent.AsNoteOn().GetVelocity())));
+                mSink.Put(wl::CanonNoteOn(ch, U(iEvent.AsNoteOn().GetPitch()), U(iEvent.AsNoteOn().GetVelocity())));
                 break;
             case Vela_Event::kNoteOff:
-                mSink.put(wl::canon_noteoff(ch, U(iEvent.AsNoteOff().GetPitch()), U(iEvent.AsNoteOff().GetVelocity())));
+                mSink.Put(wl::CanonNoteOff(ch, U(iEvent.AsNoteOff().GetPitch()), U(iEvent.AsNoteOff().GetVelocity())));
                 break;
             case Vela_Event::kController:
-                mSink.put(wl::canon_cc(ch, U(iEvent.AsController().GetControllerNumber()), U(iEvent.AsController().GetValue())));
+                mSink.Put(wl::CanonController(ch, U(iEvent.AsController().GetControllerNumber()), U(iEvent.AsController().GetValue())));
                 break;
-            case Vela_Event::kProgram: mSink.put(wl::canon_prog(ch, U(iEvent.AsProgram().GetProgram()))); break;
-            case Vela_Event::kMonoPressure: mSink.put(wl::canon_chanpress(ch, U(iEvent.AsMonoPressure().GetPressure()))); break;
+            case Vela_Event::kProgram: mSink.Put(wl::CanonProgram(ch, U(iEvent.AsProgram().GetProgram()))); break;
+            case Vela_Event::kMonoPressure: mSink.Put(wl::CanonPressure(ch, U(iEvent.AsMonoPressure().GetPressure()))); break;
             case Vela_Event::kPitchBend:
-                mSink.put(wl::canon_bend14(ch, static_cast<unsigned>(iEvent.AsPitchBend().GetBendValue() + 8192)));
+                mSink.Put(wl::CanonBend(ch, static_cast<unsigned>(iEvent.AsPitchBend().GetBendValue() + 8192)));
                 break;
-            default: mSink.put(0); break;  // not produced by W1; counted so a stray one fails the check
+            default: mSink.Put(0); break;  // not produced by W1; counted so a stray one fails the check
         }
     }
-    wl::W1Sink mSink;
+    wl::CanonicalHash mSink;
 
 private:
     static unsigned U(int8_t iByte) { return static_cast<uint8_t>(iByte); }
@@ -87,7 +76,7 @@ private:
 };
 
 void W1_VelaParse(benchmark::State& ioState) {
-    wl::W1Sink last;
+    wl::CanonicalHash last;
     for (auto _ : ioState) {
         Mdi_ParseToEventReceiver parser;
         HashingReceiver receiver(parser);
@@ -95,9 +84,9 @@ void W1_VelaParse(benchmark::State& ioState) {
         FeedW1(parser);
         last = receiver.mSink;
     }
-    Finish(ioState, last, kW1Events, kW1Hash);
+    Finish(ioState, last, {.mPeer = "W1_AlsaEncodeByte", .mPeerRatio = 3});
 }
-BENCHMARK(W1_VelaParse)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_VelaParse)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 // The parser alone: events are built and handed to a receiver that only counts them, to tell
 // the parser's share of W1_VelaParse from the hashing sink's.
@@ -116,46 +105,46 @@ void W1_VelaParseOnly(benchmark::State& ioState) {
         FeedW1(parser);
         count = receiver.mCount;
     }
-    if (count != kW1Events) ioState.SkipWithError("W1 event count mismatch");
-    ioState.SetBytesProcessed(static_cast<int64_t>(W1Stream().size()) * ioState.iterations());
+    if (count != wl::kW1Events) ioState.SkipWithError("W1 event count mismatch");
+    figure::Report(ioState, "MB/s", static_cast<double>(wl::kW1Bytes) / 1e6);
 }
-BENCHMARK(W1_VelaParseOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_VelaParseOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 // ---------------------------------------------------------------- ALSA's byte encoder
 
 #ifdef VELA_BENCH_HAVE_ALSA
-void HashAlsaEvent(wl::W1Sink& ioSink, const snd_seq_event_t& iEvent) {
+void HashAlsaEvent(wl::CanonicalHash& ioSink, const snd_seq_event_t& iEvent) {
     const snd_seq_ev_note_t& note = iEvent.data.note;
     const snd_seq_ev_ctrl_t& control = iEvent.data.control;
     switch (iEvent.type) {
-        case SND_SEQ_EVENT_NOTEON: ioSink.put(wl::canon_noteon(note.channel, note.note, note.velocity)); break;
-        case SND_SEQ_EVENT_NOTEOFF: ioSink.put(wl::canon_noteoff(note.channel, note.note, note.velocity)); break;
+        case SND_SEQ_EVENT_NOTEON: ioSink.Put(wl::CanonNoteOn(note.channel, note.note, note.velocity)); break;
+        case SND_SEQ_EVENT_NOTEOFF: ioSink.Put(wl::CanonNoteOff(note.channel, note.note, note.velocity)); break;
         case SND_SEQ_EVENT_CONTROLLER:
-            ioSink.put(wl::canon_cc(control.channel, control.param, static_cast<unsigned>(control.value)));
+            ioSink.Put(wl::CanonController(control.channel, control.param, static_cast<unsigned>(control.value)));
             break;
-        case SND_SEQ_EVENT_PGMCHANGE: ioSink.put(wl::canon_prog(control.channel, static_cast<unsigned>(control.value))); break;
+        case SND_SEQ_EVENT_PGMCHANGE: ioSink.Put(wl::CanonProgram(control.channel, static_cast<unsigned>(control.value))); break;
         case SND_SEQ_EVENT_CHANPRESS:
-            ioSink.put(wl::canon_chanpress(control.channel, static_cast<unsigned>(control.value)));
+            ioSink.Put(wl::CanonPressure(control.channel, static_cast<unsigned>(control.value)));
             break;
         case SND_SEQ_EVENT_PITCHBEND:
-            ioSink.put(wl::canon_bend14(control.channel, static_cast<unsigned>(control.value + 8192)));
+            ioSink.Put(wl::CanonBend(control.channel, static_cast<unsigned>(control.value + 8192)));
             break;
         case SND_SEQ_EVENT_CLOCK:
         case SND_SEQ_EVENT_SYSEX: break;  // recognised, not hashed
-        default: ioSink.put(0); break;
+        default: ioSink.Put(0); break;
     }
 }
 
 void W1_AlsaEncodeByte(benchmark::State& ioState) {
     const std::vector<uint8_t>& stream = W1Stream();
-    wl::W1Sink last;
+    wl::CanonicalHash last;
     for (auto _ : ioState) {
         snd_midi_event_t* encoderP = nullptr;
         if (snd_midi_event_new(256, &encoderP) < 0) {
             ioState.SkipWithError("snd_midi_event_new failed");
             return;
         }
-        wl::W1Sink sink;
+        wl::CanonicalHash sink;
         snd_seq_event_t event;
         ForEachSlice(stream, [&](const uint8_t* iBytes, size_t iLength) {
             for (size_t i = 0; i < iLength; ++i) {
@@ -165,9 +154,9 @@ void W1_AlsaEncodeByte(benchmark::State& ioState) {
         snd_midi_event_free(encoderP);
         last = sink;
     }
-    Finish(ioState, last, kW1Events, kW1Hash);
+    Finish(ioState, last);
 }
-BENCHMARK(W1_AlsaEncodeByte)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_AlsaEncodeByte)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 // The hashing sink alone, over events encoded beforehand: the part of every W1 figure above
 // that no parser can remove (one data-dependent switch per event).
@@ -183,15 +172,15 @@ void W1_ReferenceSinkOnly(benchmark::State& ioState) {
         if (snd_midi_event_encode_byte(encoderP, b, &event) > 0) events.push_back(event);
     }
     snd_midi_event_free(encoderP);
-    wl::W1Sink last;
+    wl::CanonicalHash last;
     for (auto _ : ioState) {
-        wl::W1Sink sink;
+        wl::CanonicalHash sink;
         for (const snd_seq_event_t& each : events) HashAlsaEvent(sink, each);
         last = sink;
     }
-    Finish(ioState, last, kW1Events, kW1Hash);
+    Finish(ioState, last);
 }
-BENCHMARK(W1_ReferenceSinkOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_ReferenceSinkOnly)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 #endif
 
 // ---------------------------------------------------------------- reference passes
@@ -207,22 +196,22 @@ void W1_ReferenceClassify(benchmark::State& ioState) {
                 realTime += iBytes[i] >= 0xF8;
             }
         });
-        wl::keep(status);
-        wl::keep(realTime);
+        benchmark::DoNotOptimize(status);
+        benchmark::DoNotOptimize(realTime);
     }
-    ioState.SetBytesProcessed(static_cast<int64_t>(stream.size()) * ioState.iterations());
+    figure::Report(ioState, "MB/s", static_cast<double>(stream.size()) / 1e6);
 }
-BENCHMARK(W1_ReferenceClassify)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_ReferenceClassify)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 void W1_ReferenceMemcpy(benchmark::State& ioState) {
     const std::vector<uint8_t>& stream = W1Stream();
     std::vector<uint8_t> copy(stream.size());
     for (auto _ : ioState) {
         std::memcpy(copy.data(), stream.data(), stream.size());
-        wl::keep(copy[copy.size() / 2]);
+        benchmark::DoNotOptimize(copy[copy.size() / 2]);
     }
-    ioState.SetBytesProcessed(static_cast<int64_t>(stream.size()) * ioState.iterations());
+    figure::Report(ioState, "MB/s", static_cast<double>(stream.size()) / 1e6);
 }
-BENCHMARK(W1_ReferenceMemcpy)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(W1_ReferenceMemcpy)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->UseRealTime();
 
 }  // namespace

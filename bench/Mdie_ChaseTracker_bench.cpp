@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Mdie_ChaseTracker.h"
-#include "workloads.h"
+#include "Workloads.h"
 
 namespace {
 
@@ -22,22 +22,22 @@ public:
 
 // Mostly controllers (every number, tracked or not), with bends, pressures and programs.
 std::vector<Vela_Event> MixedControllerStream(size_t iCount) {
-    wl::XorShift64 random(wl::kSeedW2);
+    wl::Random random(wl::kSeedW2);
     std::vector<Vela_Event> events;
     events.reserve(iCount);
     for (size_t i = 0; i < iCount; ++i) {
-        const uint64_t pick = random.below(100);
-        const auto byte = static_cast<int8_t>(random.below(128));
+        const uint64_t pick = random.Below(100);
+        const auto byte = static_cast<int8_t>(random.Below(128));
         if (pick < 70)
-            events.push_back(Vela_ControllerEvent(static_cast<int8_t>(random.below(128)), byte));
+            events.push_back(Vela_ControllerEvent(static_cast<int8_t>(random.Below(128)), byte));
         else if (pick < 85)
-            events.push_back(Vela_PitchBendEvent(static_cast<int16_t>(static_cast<int>(random.below(16384)) - 8192)));
+            events.push_back(Vela_PitchBendEvent(static_cast<int16_t>(static_cast<int>(random.Below(16384)) - 8192)));
         else if (pick < 92)
             events.push_back(Vela_MonoPressureEvent(byte));
         else if (pick < 97)
-            events.push_back(Vela_PolyPressureEvent(byte, static_cast<int8_t>(random.below(128))));
+            events.push_back(Vela_PolyPressureEvent(byte, static_cast<int8_t>(random.Below(128))));
         else
-            events.push_back(Vela_ProgramEvent(byte, static_cast<int16_t>(random.below(1 << 14))));
+            events.push_back(Vela_ProgramEvent(byte, static_cast<int16_t>(random.Below(1 << 14))));
     }
     return events;
 }

@@ -1,91 +1,195 @@
-// W2: 10^7 generated events, built beforehand as Vela_Event values, encoded to wire bytes in
-// one preallocated buffer the way an output port does it: the message count, then each
-// message's length and bytes, with the channel ORed into the status of channel messages.
+// W2: 10^7 generated events, built beforehand in each encoder's own event value, encoded to
+// wire bytes in one preallocated buffer (status OR channel, no running status), and the
+// output checked byte for byte against the workload's hash. Beside the library's message
+// interface: the plain encoder the checksum is defined by and, when installed, ALSA's
+// snd_midi_event_decode (which has no note-off rule, hence its own hash).
 #include <benchmark/benchmark.h>
 
 #include <vector>
 
+#include "Figure.h"
 #include "Vela_Event.h"
-#include "workloads.h"
+#include "Workloads.h"
+
+#ifdef VELA_BENCH_HAVE_ALSA
+#include <alsa/asoundlib.h>
+#endif
 
 namespace {
 
-constexpr size_t kW2Bytes = 29'798'626;
-constexpr uint64_t kW2Hash = 0xf68f96534764da7full;
-constexpr uint16_t kBankSelectDisabled = 0xC000;
+// ---------------------------------------------------------------- the timed loop and its check
 
-struct W2Input {
+// Runs iEncodeAll (events in, bytes written out) over the output buffer and checks the bytes.
+template <class EncodeAll>
+void RunW2(benchmark::State& ioState, uint64_t iExpectHash, const figure::Goal& iGoal, EncodeAll&& iEncodeAll) {
+    std::vector<unsigned char> out(wl::kW2Events * wl::kW2MaxBytesPerEvent);
+    size_t written = 0;
+    for (auto _ : ioState) {
+        written = iEncodeAll(out.data());
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    if (written != wl::kW2Bytes || wl::FnvBytes(out.data(), written) != iExpectHash) {
+        ioState.SkipWithError("W2 output differs from the expected bytes");
+        return;
+    }
+    ioState.counters["MB/s"] = figure::Counter("MB/s", static_cast<double>(written) / 1e6);
+    figure::Report(ioState, "events/s", static_cast<double>(wl::kW2Events), iGoal);
+}
+
+// ---------------------------------------------------------------- the library's events
+
+struct VelaInput {
     std::vector<Vela_Event> mEvents;
     std::vector<uint8_t> mChannels;
 };
 
 Vela_Event MakeEvent(const wl::W2Event& iSource) {
-    const auto d1 = static_cast<int8_t>(iSource.d1);
-    const auto d2 = static_cast<int8_t>(iSource.d2);
-    switch (iSource.kind) {
-        case wl::kNoteOn: return Vela_NoteOnEvent(d1, d2);
-        case wl::kNoteOff: return Vela_NoteOffEvent(d1, d2);
-        case wl::kCC: return Vela_ControllerEvent(d1, d2);
-        case wl::kBend: return Vela_PitchBendEvent(iSource.bend);
-        case wl::kProg: return Vela_ProgramEvent(d1, static_cast<int16_t>(kBankSelectDisabled));
-        case wl::kMonoPress: return Vela_MonoPressureEvent(d1);
-        case wl::kPolyPress: return Vela_PolyPressureEvent(d1, d2);
-        default: return Vela_SysexEvent(iSource.n, iSource.sx);
+    const auto d1 = static_cast<int8_t>(iSource.mData1);
+    const auto d2 = static_cast<int8_t>(iSource.mData2);
+    switch (iSource.mKind) {
+        case wl::W2Kind::kNoteOn: return Vela_NoteOnEvent(d1, d2);
+        case wl::W2Kind::kNoteOff: return Vela_NoteOffEvent(d1, d2);
+        case wl::W2Kind::kController: return Vela_ControllerEvent(d1, d2);
+        case wl::W2Kind::kPitchBend: return Vela_PitchBendEvent(iSource.mBend);
+        case wl::W2Kind::kProgram: return Vela_ProgramEvent(d1, static_cast<int16_t>(wl::kW2BankDisabled));
+        case wl::W2Kind::kChannelPressure: return Vela_MonoPressureEvent(d1);
+        case wl::W2Kind::kPolyPressure: return Vela_PolyPressureEvent(d1, d2);
+        case wl::W2Kind::kSysex: break;
     }
+    return Vela_SysexEvent(iSource.mSysexLength, iSource.mSysex);
 }
 
-const W2Input& Input() {
-    static const W2Input sInput = [] {
-        const std::vector<wl::W2Event> source = wl::gen_w2();
-        W2Input input;
-        input.mEvents.reserve(source.size());
-        input.mChannels.reserve(source.size());
-        for (const wl::W2Event& event : source) {
+const VelaInput& Input() {
+    static const VelaInput sInput = [] {
+        VelaInput input;
+        input.mEvents.reserve(wl::kW2Events);
+        input.mChannels.reserve(wl::kW2Events);
+        for (const wl::W2Event& event : wl::W2Events()) {
             input.mEvents.push_back(MakeEvent(event));
-            input.mChannels.push_back(event.ch);
+            input.mChannels.push_back(event.mChannel);
         }
         return input;
     }();
     return sInput;
 }
 
-size_t EncodeAll(const W2Input& iInput, signed char* oOut) {
-    signed char* outP = oOut;
-    const size_t count = iInput.mEvents.size();
-    for (size_t e = 0; e < count; ++e) {
-        const Vela_Event& event = iInput.mEvents[e];
-        const int messages = event.GetNumMessages();
-        for (int m = 0; m < messages; ++m) {
-            const int length = event.GetMessageLength(m);
-            event.GetMessageData(outP, m);
-            const auto status = static_cast<uint8_t>(outP[0]);
-            if (status < 0xF0) outP[0] = static_cast<signed char>(status | iInput.mChannels[e]);
-            outP += length;
+// The general path an output port takes: the message count, then each message's length and
+// bytes, with the channel ORed into the status of channel messages.
+void W2_VelaEncodeMessages(benchmark::State& ioState) {
+    const VelaInput& input = Input();
+    RunW2(ioState, wl::kW2Hash, {}, [&](unsigned char* oOut) {
+        auto* outP = reinterpret_cast<signed char*>(oOut);
+        for (size_t e = 0; e < input.mEvents.size(); ++e) {
+            const Vela_Event& event = input.mEvents[e];
+            const int messages = event.GetNumMessages();
+            for (int m = 0; m < messages; ++m) {
+                const int length = event.GetMessageLength(m);
+                event.GetMessageData(outP, m);
+                const auto status = static_cast<uint8_t>(outP[0]);
+                if (status < 0xF0) outP[0] = static_cast<signed char>(status | input.mChannels[e]);
+                outP += length;
+            }
         }
-    }
-    return static_cast<size_t>(outP - oOut);
+        return static_cast<size_t>(outP - reinterpret_cast<signed char*>(oOut));
+    });
+}
+BENCHMARK(W2_VelaEncodeMessages)->Iterations(1)->Repetitions(5)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// ---------------------------------------------------------------- references
+
+// The plain encoder over the workload's own 22-byte records: a switch per event.
+void W2_ReferenceEncode(benchmark::State& ioState) {
+    const std::vector<wl::W2Event>& events = wl::W2Events();
+    RunW2(ioState, wl::kW2Hash, {}, [&](unsigned char* oOut) {
+        unsigned char* outP = oOut;
+        for (const wl::W2Event& event : events) outP += wl::EncodeW2Reference(event, outP);
+        return static_cast<size_t>(outP - oOut);
+    });
+}
+BENCHMARK(W2_ReferenceEncode)->Iterations(1)->Repetitions(5)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+#ifdef VELA_BENCH_HAVE_ALSA
+// ALSA's sequencer events, sysex payloads framed F0 .. F7 in one shared store.
+struct AlsaInput {
+    std::vector<snd_seq_event_t> mEvents;
+    std::vector<unsigned char> mSysexBytes;
+};
+
+const AlsaInput& AlsaEvents() {
+    static const AlsaInput sInput = [] {
+        AlsaInput input;
+        const std::vector<wl::W2Event>& source = wl::W2Events();
+        size_t sysexBytes = 0;
+        for (const wl::W2Event& event : source) sysexBytes += event.mKind == wl::W2Kind::kSysex ? event.mSysexLength + 2u : 0u;
+        input.mSysexBytes.reserve(sysexBytes);  // no reallocation: events point into it
+        input.mEvents.resize(source.size());
+        for (size_t e = 0; e < source.size(); ++e) {
+            const wl::W2Event& from = source[e];
+            snd_seq_event_t& to = input.mEvents[e];
+            to = snd_seq_event_t{};
+            to.data.note.channel = from.mChannel;  // the same byte as data.control.channel
+            to.data.note.note = from.mData1;
+            to.data.note.velocity = from.mData2;
+            to.data.control.channel = from.mChannel;
+            switch (from.mKind) {
+                case wl::W2Kind::kNoteOn: to.type = SND_SEQ_EVENT_NOTEON; break;
+                case wl::W2Kind::kNoteOff: to.type = SND_SEQ_EVENT_NOTEOFF; break;
+                case wl::W2Kind::kPolyPressure: to.type = SND_SEQ_EVENT_KEYPRESS; break;
+                case wl::W2Kind::kController:
+                    to.type = SND_SEQ_EVENT_CONTROLLER;
+                    to.data.control.param = from.mData1;
+                    to.data.control.value = from.mData2;
+                    break;
+                case wl::W2Kind::kPitchBend:
+                    to.type = SND_SEQ_EVENT_PITCHBEND;
+                    to.data.control.value = from.mBend;
+                    break;
+                case wl::W2Kind::kProgram:
+                    to.type = SND_SEQ_EVENT_PGMCHANGE;
+                    to.data.control.value = from.mData1;
+                    break;
+                case wl::W2Kind::kChannelPressure:
+                    to.type = SND_SEQ_EVENT_CHANPRESS;
+                    to.data.control.value = from.mData1;
+                    break;
+                case wl::W2Kind::kSysex: {
+                    const size_t at = input.mSysexBytes.size();
+                    input.mSysexBytes.push_back(0xF0);
+                    input.mSysexBytes.insert(input.mSysexBytes.end(), from.mSysex, from.mSysex + from.mSysexLength);
+                    input.mSysexBytes.push_back(0xF7);
+                    to.type = SND_SEQ_EVENT_SYSEX;
+                    to.flags = SND_SEQ_EVENT_LENGTH_VARIABLE;
+                    to.data.ext.len = from.mSysexLength + 2u;
+                    to.data.ext.ptr = input.mSysexBytes.data() + at;
+                    break;
+                }
+            }
+        }
+        return input;
+    }();
+    return sInput;
 }
 
-void BM_W2_Encode(benchmark::State& ioState) {
-    const W2Input& input = Input();
-    std::vector<signed char> out(input.mEvents.size() * 16);
-    size_t written = 0;
-    for (auto _ : ioState) {
-        written = EncodeAll(input, out.data());
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
-    const uint64_t hash = wl::fnv_bytes(reinterpret_cast<const uint8_t*>(out.data()), written);
-    if (written != kW2Bytes || hash != kW2Hash) {
-        ioState.SkipWithError("W2 output differs from the expected bytes");
+void W2_AlsaDecode(benchmark::State& ioState) {
+    const AlsaInput& input = AlsaEvents();
+    snd_midi_event_t* decoderP = nullptr;
+    if (snd_midi_event_new(256, &decoderP) < 0) {
+        ioState.SkipWithError("snd_midi_event_new failed");
         return;
     }
-    const double iterations = static_cast<double>(ioState.iterations());
-    ioState.counters["events/s"] =
-        benchmark::Counter(static_cast<double>(input.mEvents.size()) * iterations, benchmark::Counter::kIsRate);
-    ioState.counters["MB/s"] = benchmark::Counter(static_cast<double>(written) * iterations / 1e6, benchmark::Counter::kIsRate);
+    snd_midi_event_no_status(decoderP, 1);  // every message carries its status, as ours do
+    RunW2(ioState, wl::kW2PlainNoteOffHash, {}, [&](unsigned char* oOut) {
+        unsigned char* outP = oOut;
+        for (const snd_seq_event_t& event : input.mEvents) {
+            const long length = snd_midi_event_decode(decoderP, outP, wl::kW2MaxBytesPerEvent, &event);
+            if (length > 0) outP += length;
+        }
+        return static_cast<size_t>(outP - oOut);
+    });
+    snd_midi_event_free(decoderP);
 }
+BENCHMARK(W2_AlsaDecode)->Iterations(1)->Repetitions(5)->Unit(benchmark::kMillisecond)->UseRealTime();
+#endif
 
 }  // namespace
-
-BENCHMARK(BM_W2_Encode)->Name("W2/encode/vela")->Iterations(1)->Repetitions(5)->Unit(benchmark::kMillisecond)->UseRealTime();
