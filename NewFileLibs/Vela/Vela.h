@@ -34,6 +34,7 @@
 #include "Mdie_SubStream.h"
 #include "Mdie_SysexDataBase.h"
 #include "Mdie_TimedEvent.h"
+#include "Mdie_TraceUtil.h"
 #include "Mdie_TrackState.h"
 #include "Vela_ContinuousData.h"
 #include "Vela_ContinuousDataStream.h"
@@ -42,4 +43,5 @@
 #include "Vela_ExtendedEventList.h"
 #include "Vela_Init.h"
 #include "Vela_N10n.h"
+#include "Vela_ScrubList.h"
 #include "Vela_Trace.h"
