@@ -39,6 +39,7 @@
 #include "Vela_ContinuousData.h"
 #include "Vela_ContinuousDataStream.h"
 #include "Vela_Event.h"
+#include "Vela_EventStream.h"
 #include "Vela_ExtendedEvent.h"
 #include "Vela_ExtendedEventList.h"
 #include "Vela_Init.h"
