@@ -178,7 +178,9 @@ void Cmn_ChunkyVecImpl::InsertSplittingChunk(Location iAt, size_t iCount, const 
 
     std::vector<Chunk> fresh;
     fresh.reserve(newChunks);
-    mChunks.reserve(mChunks.size() + newChunks);
+    // Room grows geometrically: reserving the exact size would copy the directory on every split.
+    if (mChunks.capacity() < mChunks.size() + newChunks)
+        mChunks.reserve(std::max(2 * mChunks.capacity(), mChunks.size() + newChunks));
     try {
         for (size_t i = 0, left = spilled; i < newChunks; ++i, left -= mRecordsPerChunk)
             fresh.push_back({NewChunkData(), 0, std::min(left, mRecordsPerChunk)});

@@ -24,6 +24,12 @@
 #include <type_traits>
 #include <vector>
 
+// Whether records of T may live in a chunked vector, which moves them as raw bytes. Plain
+// records qualify by themselves; a record holding values with copy operations of their own
+// (events) opts in by specialising this when its owner honours those operations around copies.
+template <class T>
+struct Cmn_ChunkyRawRecord : std::is_trivially_copyable<T> {};
+
 // Copies records from one place to another; source and destination may overlap.
 class Cmn_ChunkyVecCopier {
 public:
@@ -88,6 +94,15 @@ public:
     size_t GetNumChunks() const { return mChunks.size(); }
     // Address of record iIndex (< GetSize()).
     void* GetPtr(size_t iIndex) const;
+    // The records of chunk iChunk (< GetNumChunks()): their address, and in *oStartP and
+    // *oCountP the index of the first and their number. Lets a sorted owner search the chunks
+    // before the records of one chunk.
+    void* GetChunk(size_t iChunk, size_t* oStartP, size_t* oCountP) const {
+        const Chunk& chunk = mChunks[iChunk];
+        *oStartP = chunk.mStart;
+        *oCountP = chunk.mCount;
+        return chunk.mDataP;
+    }
     // Address of record iIndex and, in *oCountP, how many records from it on are contiguous.
     void* GetContiguous(size_t iIndex, size_t* oCountP) const;
     Cmn_ChunkyVecImpl_Iterator Begin() const { return {this, 0}; }
@@ -139,7 +154,7 @@ private:
 // (each dereference is a directory lookup; walk long runs with GetContiguous where it matters).
 template <class T>
 class Cmn_ChunkyPODVector {
-    static_assert(std::is_trivially_copyable_v<T>, "records are copied bytewise");
+    static_assert(Cmn_ChunkyRawRecord<T>::value, "records are copied bytewise");
     static_assert(alignof(T) <= alignof(std::max_align_t), "chunks are aligned for scalars only");
 
 public:

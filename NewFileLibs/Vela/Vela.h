@@ -44,5 +44,7 @@
 #include "Vela_ExtendedEventList.h"
 #include "Vela_Init.h"
 #include "Vela_N10n.h"
+#include "Vela_NoteList.h"
+#include "Vela_NoteListBase_Note.h"
 #include "Vela_ScrubList.h"
 #include "Vela_Trace.h"

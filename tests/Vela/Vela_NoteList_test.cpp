@@ -1,0 +1,436 @@
+// The note list against a plain oracle (a vector kept in insertion order per start), the
+// long-note index against a rebuild, persistence byte for byte, undo of every edit.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <random>
+#include <tuple>
+#include <vector>
+
+#include "AllocCounter.h"
+#include "AssertCapture.h"
+#include "BlockBytes.h"
+#include "Cmn_Exception.h"
+#include "Cmn_N10n.h"
+#include "Cmn_XMLNode.h"
+#include "Mdie_TimedEvent.h"
+#include "Ndo_Manager.h"
+#include "Sys_TypedStream.h"
+#include "Vela_N10n.h"
+#include "Vela_NoteList.h"
+
+namespace {
+
+using Note = Vela_NoteListBase_Note;
+using Key = std::tuple<int64_t, int, int, int, int64_t, int>;  // start, kind, pitch, on, duration, off
+constexpr int64_t kLong = Vela_NoteList::kLongNoteTicks;
+
+Note Make(int64_t iStart, int iPitch, int iOn = 100, int64_t iDuration = 960, Time_EType iKind = kTime_Ticks) {
+    Note note;
+    note.start = Time_Typed(iStart, iKind);
+    note.event = Vela_NoteWithDurationEvent(static_cast<int8_t>(iPitch), Time_TypedLength(iDuration, iKind), static_cast<int8_t>(iOn), 64);
+    note.quantizeTimeDelta = Time_TypedLength(0, iKind);
+    note.origEvent = note.event;
+    return note;
+}
+Time_Typed T(int64_t iCount) { return Time_Typed(iCount, kTime_Ticks); }
+Time_TypedLength L(int64_t iCount) { return Time_TypedLength(iCount, kTime_Ticks); }
+Mdie_TimedEvent Timed(const Note& iNote) { return Mdie_TimedEvent(iNote.start, iNote.event); }
+
+Key KeyOf(const Note& iNote) {
+    const auto& e = Vela_NoteListBase::NoteOf(iNote);
+    return {iNote.start.mCount, iNote.start.mType, e.GetPitch(), e.GetOnVelocity(), e.GetDuration().mCount, e.GetOffVelocity()};
+}
+std::vector<Key> Keys(const std::vector<Note>& iNotes) {
+    std::vector<Key> keys;
+    for (const Note& note : iNotes) keys.push_back(KeyOf(note));
+    return keys;
+}
+std::vector<Note> Notes(const Vela_NoteListBase& iList) { return {iList.GetNotes().begin(), iList.GetNotes().end()}; }
+std::vector<Key> Keys(const Vela_NoteListBase& iList) { return Keys(Notes(iList)); }
+// What the long-note list would hold if rebuilt from the main list.
+std::vector<Key> RebuiltLong(const Vela_NoteListBase& iList) {
+    std::vector<Note> notes = Notes(iList);
+    std::erase_if(notes, [&](const Note& iNote) { return !iList.IsLongNote(iNote); });
+    return Keys(notes);
+}
+Time_Typed EndOf(const Note& iNote) { return iNote.start + Vela_NoteListBase::NoteOf(iNote).GetDuration(); }
+bool SameIdentity(const Note& iA, const Note& iB) {
+    return iA.start == iB.start && std::get<2>(KeyOf(iA)) == std::get<2>(KeyOf(iB)) && std::get<3>(KeyOf(iA)) == std::get<3>(KeyOf(iB));
+}
+
+// The oracle: AddNote's rule (after every note with the same start) on a plain vector.
+void OracleAdd(std::vector<Note>& ioNotes, const Note& iNote) {
+    ioNotes.insert(std::upper_bound(ioNotes.begin(), ioNotes.end(), iNote, [](const Note& iA, const Note& iB) { return iA.start < iB.start; }), iNote);
+}
+void OracleErase(std::vector<Note>& ioNotes, const Note& iNote) {
+    const auto found = std::find_if(ioNotes.begin(), ioNotes.end(), [&](const Note& iOther) { return SameIdentity(iOther, iNote); });
+    if (found != ioNotes.end()) ioNotes.erase(found);
+}
+
+void CheckQueries(Vela_NoteListBase& ioList, const std::vector<Note>& iOracle, std::mt19937_64& ioRandom, int64_t iSpan, Time_EType iKind) {
+    for (int query = 0; query < 300; ++query) {
+        // Times near note starts and near B = t - threshold + 2 as often as anywhere.
+        Time_Typed t(static_cast<int64_t>(ioRandom() % iSpan), iKind);
+        if (!iOracle.empty() && query % 3 == 0) {
+            const Note& near = iOracle[ioRandom() % iOracle.size()];
+            const int64_t threshold = ioList.GetLongNoteThreshold(iKind).mCount;
+            t = Time_Typed(near.start.mCount + (query % 2 ? threshold - 2 : 0) + static_cast<int64_t>(ioRandom() % 3) - 1, iKind);
+        }
+        std::vector<Key> expected;
+        for (const Note& note : iOracle)
+            if (note.start < t && EndOf(note) > t) expected.push_back(KeyOf(note));
+        std::vector<Key> got;
+        for (Vela_NoteListBase::FullSustainingNoteIter it(&ioList, t); it.IsMore(); ++it) got.push_back(KeyOf(*it));
+        std::sort(expected.begin(), expected.end());
+        std::sort(got.begin(), got.end());
+        ASSERT_EQ(got, expected) << "sustaining at " << t.mCount;
+
+        const Time_Typed end = t + Time_TypedLength(static_cast<int64_t>(ioRandom() % (iSpan / 8)), iKind);
+        expected.clear();
+        got.clear();
+        for (const Note& note : iOracle)
+            if (note.start >= t && note.start < end) expected.push_back(KeyOf(note));
+        for (Vela_NoteListBase::FullNotesInRangeIter it(&ioList, t, end); it.IsMore(); ++it) got.push_back(KeyOf(*it));
+        ASSERT_EQ(got, expected) << "range from " << t.mCount;
+    }
+}
+
+// Random edits and bulk operations on a list and on the oracle, with queries in between.
+void RunAgainstOracle(Time_EType iKind, int64_t iThreshold, uint64_t iSeed) {
+    std::mt19937_64 random(iSeed);
+    const int64_t span = 8 * iThreshold;
+    auto randomNote = [&] {
+        const int64_t durations[] = {iThreshold, iThreshold - 1, iThreshold + 1, 0, 1, 1 + static_cast<int64_t>(random() % (2 * iThreshold))};
+        const int64_t start = static_cast<int64_t>(random() % 4 ? random() % span : random() % 50 * (span / 50));  // many equal starts
+        return Make(start, static_cast<int>(random() % 4), 1 + static_cast<int>(random() % 3), durations[random() % 6] + (random() % 2 ? 0 : static_cast<int64_t>(random() % 3000)), iKind);
+    };
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    std::vector<Note> oracle;
+    for (int step = 0; step < 3000; ++step) {
+        const int op = static_cast<int>(random() % 20);
+        if (op < 12 || oracle.empty()) {
+            const Note note = randomNote();
+            list.AddNote(note);
+            OracleAdd(oracle, note);
+        } else if (op < 15) {
+            const Note& victim = oracle[random() % oracle.size()];
+            Note probe = victim;  // duration and off velocity take no part in the identity
+            Vela_NoteListBase::NoteOf(probe).SetDuration(Time_TypedLength(5, iKind));
+            list.EraseNote(Timed(probe));
+            OracleErase(oracle, victim);
+        } else if (op == 15) {
+            const Time_Typed from(static_cast<int64_t>(random() % span), iKind);
+            const Time_Typed to = from + Time_TypedLength(static_cast<int64_t>(random() % (span / 20)), iKind);
+            list.EraseTimeRange(from, to);
+            std::erase_if(oracle, [&](const Note& iNote) { return iNote.start >= from && iNote.start < to; });
+        } else if (op == 16 || op == 17) {
+            Vela_NoteListBase other(Ndo_Object::kNotUndoable, false);
+            for (int i = 0; i < (op == 16 ? 3 : 400); ++i) other.AddNote(randomNote());
+            if (op == 16) {
+                list.Merge(other);
+            } else {
+                list.CopyTimeRange(other, Time_Typed(span / 4, iKind), Time_Typed(span / 2, iKind));
+            }
+            for (const Note& note : Notes(other))
+                if (op == 16 || (note.start >= Time_Typed(span / 4, iKind) && note.start < Time_Typed(span / 2, iKind))) OracleAdd(oracle, note);
+        } else if (op == 18) {
+            Vela_NoteListBase victims(Ndo_Object::kNotUndoable, false);
+            for (int i = 0; i < 3; ++i) victims.AddNote(oracle[random() % oracle.size()]);
+            for (const Note& note : Notes(victims)) OracleErase(oracle, note);
+            list.Erase(victims);
+        } else {
+            const Time_TypedLength offset(static_cast<int64_t>(random() % 2001) - 1000, iKind);
+            list.OffsetTimes(offset);
+            for (Note& note : oracle) note.start += offset;
+        }
+        ASSERT_EQ(Keys(list), Keys(oracle)) << "step " << step << " op " << op;
+        ASSERT_EQ(Keys(*list.GetLongNoteList()), RebuiltLong(list)) << "step " << step << " op " << op;
+        if (step % 500 == 499) CheckQueries(list, oracle, random, span, iKind);
+    }
+}
+
+TEST(NoteList, TickAndSampleListsMatchTheOracle) {
+    RunAgainstOracle(kTime_Ticks, kLong, 1);
+    Vela_NoteList sampleList(Ndo_Object::kNotUndoable, false);
+    const int64_t oneSecond = static_cast<int64_t>(Time_Globals::GetSampleRate());
+    EXPECT_EQ(sampleList.GetLongNoteThreshold(kTime_Samples).mCount, oneSecond);
+    RunAgainstOracle(kTime_Samples, oneSecond, 2);
+}
+
+TEST(NoteList, SustainingBoundAndThresholdsAreExact) {
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    const int64_t t = 20000000;  // B = t - 15,360,000 + 2 = 4,640,002
+    const Note beforeB = Make(4640001, 1, 100, kLong - 1);  // the longest short note before B ends at t
+    const Note atB = Make(4640002, 2, 100, kLong - 1);     // one tick later it sounds past t
+    const Note atBEndingAtT = Make(4640002, 3, 100, t - 4640002);
+    const Note longEndingAtT = Make(0, 4, 100, t);
+    const Note longEndingAfter = Make(0, 5, 100, t + 1);
+    const Note exactlyLong = Make(10, 6, 100, kLong);
+    for (const Note& note : {beforeB, atB, atBEndingAtT, longEndingAtT, longEndingAfter, exactlyLong, Make(20, 7, 100, kLong - 1)}) list.AddNote(note);
+    EXPECT_EQ(Keys(*list.GetLongNoteList()), Keys(std::vector<Note>{longEndingAtT, longEndingAfter, exactlyLong}));
+    std::vector<int> pitches;
+    for (Vela_NoteListBase::FullSustainingNoteIter it(&list, T(t)); it.IsMore(); ++it) pitches.push_back(std::get<2>(KeyOf(*it)));
+    EXPECT_EQ(pitches, (std::vector<int>{5, 2}));
+}
+
+TEST(NoteList, EqualStartsKeepInsertionOrderAndIdentityIsStartPitchAndAttack) {
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    // Same start and pitch: on velocity 1 and 2 are different notes; 2 twice differs only in length.
+    for (const Note& note : {Make(0, 60, 1), Make(50, 60, 2, 100), Make(50, 60, 2, 200), Make(50, 60, 1), Make(20, 61)}) list.AddNote(note);
+    EXPECT_EQ(Keys(list), Keys(std::vector<Note>{Make(0, 60, 1), Make(20, 61), Make(50, 60, 2, 100), Make(50, 60, 2, 200), Make(50, 60, 1)}));
+    EXPECT_TRUE(list.IsNoteInList(Timed(Make(50, 60, 2, 999))));
+    EXPECT_FALSE(list.IsNoteInList(Timed(Make(50, 60, 3))));
+    EXPECT_FALSE(list.IsNoteInList(Mdie_TimedEvent(T(50), Vela_NoteOnEvent(60, 2))));
+    list.ChangeNote(T(50), Vela_NoteWithDurationEvent(60, L(7), 2, 0), Vela_NoteWithDurationEvent(62, L(5), 9, 0));
+    list.EraseNote(Timed(Make(50, 60, 2, 1)));  // the first with that identity is gone now: the second goes
+    EXPECT_EQ(Keys(list), (std::vector<Key>{KeyOf(Make(0, 60, 1)), KeyOf(Make(20, 61)), {50, 1, 62, 9, 5, 0}, KeyOf(Make(50, 60, 1))}));
+}
+
+TEST(NoteList, ChangeNoteMovesNotesBetweenShortAndLong) {
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    list.AddNote(Make(0, 60, 100, 10));
+    list.AddNote(Make(5, 61, 100, kLong));
+    list.ChangeNote(T(5), Vela_NoteWithDurationEvent(61, L(1), 100, 64), Vela_NoteWithDurationEvent(61, L(kLong + 9), 100, 64));
+    EXPECT_EQ(Keys(*list.GetLongNoteList()), RebuiltLong(list));  // long to long: changed there too
+    list.ChangeNote(T(5), Vela_NoteWithDurationEvent(61, L(1), 100, 64), Vela_NoteWithDurationEvent(61, L(3), 100, 64));
+    EXPECT_TRUE(list.GetLongNoteList()->GetNotes().IsEmpty());
+    // Short to long hands the long list the record as it was before the change, on purpose.
+    list.ChangeNote(T(0), Vela_NoteWithDurationEvent(60, L(1), 100, 64), Vela_NoteWithDurationEvent(60, L(kLong), 100, 64));
+    EXPECT_EQ(Keys(*list.GetLongNoteList()), Keys(std::vector<Note>{Make(0, 60, 100, 10)}));
+    // Changing through an iterator leaves the walk where it was.
+    std::vector<int> pitches;
+    for (Vela_NoteListBase::FullNotesInRangeIter it(&list); it.IsMore(); ++it) {
+        it.ChangeCurrentNote(Vela_NoteWithDurationEvent(70, L(kLong), 1, 64));
+        pitches.push_back(std::get<2>(KeyOf(*it)));
+    }
+    EXPECT_EQ(pitches, (std::vector<int>{70, 70}));
+}
+
+TEST(NoteList, OffsetsNeverClipAndKeepEveryNoteAudible) {
+    struct Case {
+        int64_t count;
+        std::vector<int> in, out;
+    };
+    for (const Case& c : std::vector<Case>{{5, {60, 64}, {59, 63}}, {-5, {60, 64}, {61, 65}}, {0, {60, 64}, {61, 65}},
+                                           {1, {0, 64}, {0, 64}}, {-1, {127, 3}, {127, 3}}, {1, {127, 3}, {126, 2}}}) {
+        Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+        for (size_t i = 0; i < c.in.size(); ++i) list.AddNote(Make(static_cast<int64_t>(i), c.in[i], 100, kLong));
+        list.OffsetPitches(L(c.count));
+        std::vector<int> out;
+        for (const Note& note : Notes(list)) out.push_back(std::get<2>(KeyOf(note)));
+        EXPECT_EQ(out, c.out) << c.count;
+        EXPECT_EQ(Keys(*list.GetLongNoteList()), RebuiltLong(list));
+    }
+    Vela_NoteList list(Ndo_Object::kNotUndoable, true);
+    list.AddNote(Make(9600, 60, 100, 50));
+    list.AddNote(Make(20000, 61, 100, 500));
+    list.OffsetDurations(L(-50));  // 50 - 50 = 0: that note keeps 50
+    list.OffsetStarts(L(100));     // ends stay: 9700 + 1 (at least one tick), 20100 + 350
+    EXPECT_EQ(Keys(list), Keys(std::vector<Note>{Make(9700, 60, 100, 1), Make(20100, 61, 100, 350)}));
+    TickTimesMatter::SetActive(true);
+    list.OffsetTimes(L(3000));  // snapped to the 9,600-tick grid: 12700 -> 9600, 23100 -> 19200
+    TickTimesMatter::SetActive(false);
+    EXPECT_EQ(std::get<0>(KeyOf(list.GetNote(0))), 9600);
+    EXPECT_EQ(std::get<0>(KeyOf(list.GetNote(1))), 19200);
+}
+
+TEST(NoteList, MergeAvoidingOverlapsDropsDuplicatesAndShortensOverlappedNotes) {
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    for (const Note& note : {Make(0, 60, 100, kLong * 2), Make(100, 62, 100, 50), Make(300, 60, 100, 10)}) list.AddNote(note);
+    Vela_NoteListBase incoming(Ndo_Object::kNotUndoable, false);
+    for (const Note& note : {Make(100, 62, 7, 9), Make(200, 60, 5, 5), Make(300, 61, 100, 3)}) incoming.AddNote(note);
+    gAvoidOverlapsAndDuplicates = true;
+    list.Merge(incoming);
+    gAvoidOverlapsAndDuplicates = false;
+    EXPECT_EQ(Keys(list), Keys(std::vector<Note>{Make(0, 60, 100, 200), Make(100, 62, 100, 50), Make(200, 60, 5, 5), Make(300, 60, 100, 10), Make(300, 61, 100, 3)}));
+    EXPECT_EQ(Keys(*list.GetLongNoteList()), RebuiltLong(list));
+
+    Mdie_TimedEvent release;
+    EXPECT_TRUE(list.GetEarliestReleaseTimeForNotesInRange(T(100), T(301), release));
+    EXPECT_EQ(release, Mdie_TimedEvent(T(150), Vela_NoteOffEvent(62, 64)));
+    EXPECT_TRUE(list.GetLastReleaseTimeForNotesInRange(T(0), T(400), release));
+    EXPECT_EQ(release.GetTime(), T(310));
+    EXPECT_FALSE(list.GetLastReleaseTimeForNotesInRange(T(400), T(500), release));
+}
+
+TEST(NoteList, EveryEditUndoesAndRedoes) {
+    const std::vector<std::function<void(Vela_NoteListBase&, const Vela_NoteListBase&)>> edits = {
+        [](auto& ioList, auto&) { ioList.AddNote(Make(50, 1, 1, kLong)); },
+        [](auto& ioList, auto&) { ioList.EraseNote(Timed(Make(100, 2, 100))); },
+        [](auto& ioList, auto&) { ioList.ChangeNote(T(0), Vela_NoteWithDurationEvent(1, L(1), 100, 0), Vela_NoteWithDurationEvent(1, L(3), 100, 0)); },
+        [](auto& ioList, auto&) { ioList.Clear(); },
+        [](auto& ioList, auto&) { ioList.OffsetTimes(L(7)); },
+        [](auto& ioList, auto&) { ioList.OffsetDurations(L(7)); },
+        [](auto& ioList, auto&) { ioList.OffsetPitches(L(7)); },
+        [](auto& ioList, auto&) { ioList.OffsetStarts(L(7)); },
+        [](auto& ioList, auto& iOther) { ioList.Merge(iOther); },
+        [](auto& ioList, auto& iOther) { ioList.CopyTimeRange(iOther, T(0), T(150)); },
+        [](auto& ioList, auto&) { ioList.EraseTimeRange(T(50), T(150)); },
+        [](auto& ioList, auto& iOther) { ioList.Erase(iOther); },
+        [](auto& ioList, auto& iOther) { ioList.ReplaceData(iOther); },
+    };
+    Vela_NoteListBase other(Ndo_Object::kNotUndoable, false);
+    other.AddNote(Make(100, 2, 100, kLong + 5));
+    other.AddNote(Make(120, 3, 100, 5));
+    for (size_t i = 0; i < edits.size(); ++i) {
+        Vela_NoteList list(Ndo_Object::kUndoable, false);
+        for (const Note& note : {Make(0, 1, 100, kLong), Make(100, 2, 100, 20), Make(300, 3, 100, 20)}) list.AddNote(note);
+        const auto before = std::make_pair(Keys(list), Keys(*list.GetLongNoteList()));
+        Ndo_gManager.BeginGroup();
+        edits[i](list, other);
+        Ndo_gManager.EndGroup();
+        const auto after = std::make_pair(Keys(list), Keys(*list.GetLongNoteList()));
+        EXPECT_NE(after, before) << "edit " << i;
+        ASSERT_TRUE(Ndo_gManager.Undo());
+        EXPECT_EQ(std::make_pair(Keys(list), Keys(*list.GetLongNoteList())), before) << "edit " << i;
+        ASSERT_TRUE(Ndo_gManager.Redo());
+        EXPECT_EQ(std::make_pair(Keys(list), Keys(*list.GetLongNoteList())), after) << "edit " << i;
+        Ndo_gManager.Clear();
+    }
+}
+
+TEST(NoteList, LongListMustShareTheUndoability) {
+    struct Mismatched : Vela_NoteListBase {
+        Mismatched() : Vela_NoteListBase(kUndoable, false) {
+            SetLongNoteList(Ndo_AutoPtr<Vela_NoteListBase>(new Vela_NoteListBase(kNotUndoable, false)), Time_TickLength(1), Time_SampleLength(1));
+        }
+    };
+    AssertCapture asserts;
+    Mismatched list;
+    ASSERT_EQ(asserts.Count(), 1u);
+    EXPECT_EQ(asserts.Condition(), "iLongNoteListP.Get() == nullptr || this->NdoIsUndoable() == iLongNoteListP->NdoIsUndoable()");
+    EXPECT_NE(asserts.Texts()[0].find("Vela_NoteList"), std::string::npos);
+    EXPECT_NE(list.GetLongNoteList(), nullptr);
+}
+
+TEST(NoteList, IteratorsAllocateNothing) {
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    for (int i = 0; i < 5000; ++i) list.AddNote(Make(i * 1000, i % 128, 100, i % 50 ? 3000 : kLong * 2));
+    AllocCounter counter;
+    int64_t seen = 0;
+    for (Vela_NoteListBase::FullNotesInRangeIter it(&list, T(1000), T(4000000)); it.IsMore(); ++it) seen += (*it).start.mCount;
+    for (Vela_NoteListBase::FullSustainingNoteIter it(&list, T(4000500)); it.IsMore(); ++it) seen += (*it).start.mCount;
+    EXPECT_EQ(counter.Count(), 0u);
+    EXPECT_GT(seen, 0);
+}
+
+// ---------------------------------------------------------------- persistence
+
+int64_t Raw(int64_t iTicks) { return Time_TypedDefs::GetRawDataForSave(iTicks, kTime_Ticks); }
+
+// Section 1 of one note: start, pitch, duration, on, off[, quantize delta, duration delta].
+ByteVector Section1(int64_t iStart, int iPitch, int64_t iDuration, int iOn, int iOff, int iVersion = 3, int64_t iDelta = 5, int64_t iDurationDelta = 480) {
+    ByteVector bytes;
+    Append(bytes, Raw(iStart), 8), Append(bytes, iPitch, 1), Append(bytes, Raw(iDuration), 8), Append(bytes, iOn, 1), Append(bytes, iOff, 1);
+    if (iVersion >= 2) Append(bytes, Raw(iDelta), 8), Append(bytes, Raw(iDurationDelta), 8);
+    return bytes;
+}
+
+ByteVector Block3(int32_t iMark, int16_t iMutedVersion) {
+    ByteVector body;
+    Append(body, 1, 4), Append(body, Section1(100, 60, 960, 100, 64));
+    Append(body, 1, 4), Append(body, iMark, 4);
+    Append(body, 62, 1), Append(body, Raw(480), 8), Append(body, 90, 1), Append(body, 40, 1);
+    Append(body, 1, 4), Append(body, iMutedVersion, 2), Append(body, 1, 4), Append(body, 1, 1);
+    return Block("MdNLB", 3, body);
+}
+
+std::unique_ptr<Vela_NoteList> Read(const ByteVector& iBytes) {
+    Sys_MemoryInStream in(iBytes.data(), iBytes.size());
+    auto list = std::make_unique<Vela_NoteList>(Ndo_Object::kNotUndoable, false);
+    list->StreamIn(in);
+    return list;
+}
+
+TEST(NoteListPersistence, WritesTheBlockByteForByteAndReadsItBack) {
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    Note note = Make(100, 60, 100, 960);
+    note.quantizeTimeDelta = L(5);
+    note.origEvent = Vela_NoteWithDurationEvent(62, L(480), 90, 40);
+    note.muted = true;
+    list.AddNote(note);
+    Sys_MemoryOutStream out;
+    list.StreamOut(out);
+    EXPECT_EQ(out.GetBytes(), Block3(11, 1));
+    EXPECT_TRUE(*Read(out.GetBytes()) == list);
+    const Cmn_XMLNodePtr xml = list.GetAsXML();
+    ASSERT_EQ(xml->GetChildCount(), 2u);
+    EXPECT_EQ(xml->FindChild("nNumNotes")->GetValue(), "1");
+    EXPECT_EQ(xml->GetChild(1)->FindChild("nOriginalPitch")->GetValue(), "62");
+
+    ByteVector empty;
+    Append(empty, 0, 4), Append(empty, 0, 4), Append(empty, 11, 4), Append(empty, 0, 4), Append(empty, 1, 2), Append(empty, 1, 4);
+    Sys_MemoryOutStream emptyOut;
+    Vela_NoteList(Ndo_Object::kNotUndoable, false).StreamOut(emptyOut);
+    EXPECT_EQ(emptyOut.GetBytes(), Block("MdNLB", 3, empty));
+}
+
+TEST(NoteListPersistence, ReadsOlderVersionsAndSkipsUnknownSections) {
+    struct Case {
+        ByteVector block;
+        Key current, original;
+        int64_t delta;
+        bool muted;
+    };
+    ByteVector v1, v2;
+    Append(v1, 1, 4), Append(v1, Section1(100, 60, 960, 100, 64, 1));
+    Append(v2, 1, 4), Append(v2, Section1(100, 60, 960, 100, 64, 2));
+    const Key current{100, 1, 60, 100, 960, 64};
+    for (const Case& c : std::vector<Case>{{Block("MdNLB", 1, v1), current, current, 0, false},
+                                           {Block("MdNLB", 2, v2), current, {100, 1, 60, 100, 480, 64}, 5, false},
+                                           {Block3(12, 1), current, {100, 1, 60, 100, 480, 64}, 5, false},
+                                           {Block3(11, 2), current, {100, 1, 62, 90, 480, 40}, 5, false},
+                                           {Block3(11, 1), current, {100, 1, 62, 90, 480, 40}, 5, true}}) {
+        const auto list = Read(c.block);
+        ASSERT_EQ(list->GetNumNotes(), 1u);
+        const Note& note = list->GetNote(0);
+        Note original = note;
+        original.event = note.origEvent;
+        EXPECT_EQ(KeyOf(note), c.current);
+        EXPECT_EQ(KeyOf(original), c.original);
+        EXPECT_EQ(note.quantizeTimeDelta.mCount, c.delta);
+        EXPECT_EQ(note.muted, c.muted);
+    }
+}
+
+TEST(NoteListPersistence, DamagedBlocksThrowAndLoseNothing) {
+    const ByteVector valid = Block3(11, 1);
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    list.AddNote(Make(7, 7));
+    for (size_t size = 0; size < valid.size(); ++size) {
+        const ByteVector truncated(valid.begin(), valid.begin() + static_cast<ptrdiff_t>(size));
+        Sys_MemoryInStream in(truncated.data(), truncated.size());
+        EXPECT_THROW(list.StreamIn(in), Cmn_Exception) << size;
+    }
+    ByteVector negative;
+    Append(negative, -1, 4);
+    ByteVector miscounted = valid;
+    miscounted[16 + 4 + 35] = 2;  // the section-2 count, after the header, n and one note
+    for (const ByteVector& bad : {Block("MdNLB", 3, negative), miscounted}) {
+        Sys_MemoryInStream in(bad.data(), bad.size());
+        try {
+            list.StreamIn(in);
+            ADD_FAILURE() << "no exception";
+        } catch (const Cmn_LocalizedException& iError) {
+            EXPECT_EQ(iError.GetMessageID(), 100);
+        }
+    }
+    EXPECT_EQ(Keys(list), Keys(std::vector<Note>{Make(7, 7)}));
+}
+
+TEST(NoteListPersistence, EachNoteWithoutAttackIsAnnounced) {
+    int announced = 0;
+    Cmn_Subscribable<Vela_N10n_MIDIZeroOnVelocitiesFound> subscription([&](const Vela_N10n_MIDIZeroOnVelocitiesFound&) { ++announced; });
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    for (int on : {0, 5, 0}) list.AddNote(Make(on, 60, on));
+    Sys_MemoryOutStream out;
+    list.StreamOut(out);
+    EXPECT_EQ(announced, 0);
+    EXPECT_TRUE(*Read(out.GetBytes()) == list);
+    EXPECT_EQ(announced, 2);
+}
+
+}  // namespace
