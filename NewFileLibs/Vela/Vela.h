@@ -37,6 +37,7 @@
 #include "Mdie_TraceUtil.h"
 #include "Mdie_TrackState.h"
 #include "Vela_Chunk.h"
+#include "Vela_ChunkRef.h"
 #include "Vela_ContinuousData.h"
 #include "Vela_ContinuousDataStream.h"
 #include "Vela_Event.h"
