@@ -22,7 +22,10 @@
 // Playback (GetMidiEventsInRange, GetChaseStateAtTime, AddChaseStateAtTime, AddNoteStateAtTime)
 // only reads the chunk: no locks, and no heap allocation as long as the output list has room,
 // the chase tracker is set up and the track state's pool is set. Queries append to the output
-// and sort only their own contribution in playback order. Edits and playback queries of one
+// and sort only their own contribution in playback order; into a timed or extended list of up
+// to 2048 appended events of one time kind the sort is stable (ties stay in the order notes,
+// streams by ascending sub-stream, other events) and uses 32 KB of stack; otherwise it is the
+// output list's own (unstable) sort. Edits and playback queries of one
 // chunk must not overlap (the chunk is not synchronized; IsEventInChunk counts as an edit).
 //
 // Choices made here, where the rules leave room:
