@@ -386,7 +386,7 @@ bool SortByKeys(TList& ioList, size_t iFirst) {
     for (size_t i = 0; i < count; ++i) {
         const Mdie_TimedEvent& event = ioList[iFirst + i];
         if (event.GetTime().GetType() != ioList[iFirst].GetTime().GetType()) return false;
-        keys[i] = SortKey{Time_Detail::ClampCount(event.GetTime().AsInt64()), event.GetEvent().GetPlaybackPriority(),
+        keys[i] = SortKey{std::clamp(event.GetTime().AsInt64(), kTime_MinCount, kTime_MaxCount), event.GetEvent().GetPlaybackPriority(),
                           static_cast<uint32_t>(i)};
     }
     std::sort(keys, keys + count);
