@@ -167,6 +167,16 @@ void Vela_NoteListBase::AddNote(const Note& iNote) {
     if (mLongNoteListP && IsLongNote(iNote)) mLongNoteListP->AddNote(iNote);
 }
 
+void Vela_NoteListBase::AddNote(const Vela_NoteWithDurationExtendedEvent& iNote) {
+    Note note;
+    note.start = iNote.GetTime();
+    note.event = iNote.GetEvent();
+    note.quantizeTimeDelta = iNote.GetQuantizeTimeDelta();
+    note.origEvent = iNote.GetOrigEvent();
+    note.muted = iNote.IsMuted();
+    AddNote(note);
+}
+
 void Vela_NoteListBase::ChangeNote(Time_Typed iStart, const Vela_NoteWithDurationEvent& iOldNote,
                                    const Vela_NoteWithDurationEvent& iNewNote) {
     const auto [found, index] = FindNote(iStart, iOldNote);
@@ -426,6 +436,16 @@ void Vela_NoteListBase::FullNotesInRangeIter::SetRange(Time_Typed iStart, Time_T
 
 void Vela_NoteListBase::FullNotesInRangeIter::ChangeCurrentNote(const Vela_NoteWithDurationEvent& iNote) {
     mListP->ChangeNote(mCursor.GetIndex(), iNote);
+}
+
+Vela_NoteListBase::NotesExtendedEventInRangeIter::NotesExtendedEventInRangeIter(Vela_NoteListBase* iListP, Time_TypedLength iOffset,
+                                                                             Time_Typed iStart, Time_Typed iEnd, bool iFlag)
+    : mNotes(iListP, iStart, iEnd) {
+    if (TickTimesMatter::Active() || iStart.GetType() == kTime_Samples || iStart == Time_Typed::MinTime(kTime_Ticks)) return;
+    Time_Typed start;
+    Time_Typed end;
+    Time_Convert::MakeTickRangeSampleBased(iStart - iOffset, iEnd - iOffset, iFlag, start, end);
+    mNotes.SetRange(start + iOffset, end + iOffset);
 }
 
 Vela_NoteListBase::FullSustainingNoteIter::FullSustainingNoteIter(Vela_NoteListBase* iListP, Time_Typed iT)

@@ -36,9 +36,9 @@
 #include "Ndo_Ptr.h"
 #include "Time_Typed.h"
 #include "Vela_Event.h"
+#include "Vela_ExtendedEvent.h"
 #include "Vela_NoteListBase_Note.h"
 
-class Mdie_TimedEvent;
 class Sys_TypedInStream;
 class Sys_TypedOutStream;
 
@@ -66,6 +66,8 @@ public:
 
     // ---- single-note edits
     void AddNote(const Note& iNote);
+    // The record of an extended note: its time, note, quantize delta, original note and muted flag.
+    void AddNote(const Vela_NoteWithDurationExtendedEvent& iNote);
     bool IsNoteInList(const Mdie_TimedEvent& iEvent) const;
     void ChangeNote(Time_Typed iStart, const Vela_NoteWithDurationEvent& iOldNote,
                     const Vela_NoteWithDurationEvent& iNewNote);
@@ -221,6 +223,37 @@ public:
         Time_Typed mPhaseEnd;
         bool mInLongPhase = false;
     };
+
+    // FullSustainingNoteIter yielding extended notes (the record's every field).
+    class SustainingNoteIter : public FullSustainingNoteIter {
+    public:
+        using FullSustainingNoteIter::FullSustainingNoteIter;
+        Vela_NoteWithDurationExtendedEvent operator*() const { return ToExtendedEvent(FullSustainingNoteIter::operator*()); }
+    };
+
+    // The chunk's range iterator over the notes: FullNotesInRangeIter yielding extended notes.
+    // While tick times do not matter, a tick range is widened to whole samples first (with the
+    // offset taken out and put back), so it finds what a sample-based query would find; iFlag
+    // is the end-inclusive choice of Time_Convert::MakeTickRangeSampleBased. Real-time safe.
+    class NotesExtendedEventInRangeIter : public Vela_ExtendedEventIterator {
+    public:
+        NotesExtendedEventInRangeIter() = default;
+        NotesExtendedEventInRangeIter(Vela_NoteListBase* iListP, Time_TypedLength iOffset, Time_Typed iStart,
+                                      Time_Typed iEnd, bool iFlag);
+        explicit NotesExtendedEventInRangeIter(Vela_NoteListBase* iListP) : mNotes(iListP) {}
+        bool IsMore() const override { return mNotes.IsMore(); }
+        void operator++() override { ++mNotes; }
+        Vela_ExtendedEvent operator*() const override { return ToExtendedEvent(*mNotes); }
+        void ChangeCurrentNote(const Vela_NoteWithDurationEvent& iNote) { mNotes.ChangeCurrentNote(iNote); }
+
+    private:
+        FullNotesInRangeIter mNotes;
+    };
+
+    static Vela_NoteWithDurationExtendedEvent ToExtendedEvent(const Note& iNote) {
+        return Vela_NoteWithDurationExtendedEvent(iNote.start, NoteOf(iNote), iNote.quantizeTimeDelta,
+                                                  iNote.origEvent.AsNoteWithDuration(), iNote.muted);
+    }
 
     // Same-kind fast paths of the Time_Typed comparisons, equal to them in every case.
     static int64_t ClampCount(int64_t iCount) {

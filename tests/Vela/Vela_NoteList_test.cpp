@@ -306,6 +306,35 @@ TEST(NoteList, LongListMustShareTheUndoability) {
     EXPECT_NE(list.GetLongNoteList(), nullptr);
 }
 
+TEST(NoteList, ExtendedNotesCarryTheWholeRecordAndTickRangesWidenToSamples) {
+    Vela_NoteList list(Ndo_Object::kNotUndoable, false);
+    const Vela_NoteWithDurationExtendedEvent extended(T(45), Vela_NoteWithDurationEvent(60, L(7), 90, 3), L(-4),
+                                                      Vela_NoteWithDurationEvent(58, L(9), 80, 2), true);
+    list.AddNote(extended);
+    list.AddNote(Make(79, 61));
+    list.AddNote(Make(80, 62));
+    // 40 ticks a sample: [50, 60) covers the samples of ticks [40, 80), or with the offset of 10
+    // taken out and put back, [50, 90); nothing is widened while tick times matter.
+    for (const bool tickTimesMatter : {false, true}) {
+        for (const int64_t offset : {0, 10}) {
+            TickTimesMatter::SetActive(tickTimesMatter);
+            std::vector<int64_t> starts;
+            for (Vela_NoteListBase::NotesExtendedEventInRangeIter it(&list, L(offset), T(50), T(60), false); it.IsMore(); ++it) starts.push_back((*it).GetTime().mCount);
+            TickTimesMatter::SetActive(false);
+            const std::vector<int64_t> expected = tickTimesMatter ? std::vector<int64_t>{} : offset ? std::vector<int64_t>{79, 80} : std::vector<int64_t>{45, 79};
+            EXPECT_EQ(starts, expected) << offset;
+        }
+    }
+    Vela_NoteListBase::SustainingNoteIter sustaining(&list, T(50));
+    ASSERT_TRUE(sustaining.IsMore());
+    const Vela_NoteWithDurationExtendedEvent back = *sustaining;
+    EXPECT_EQ(back.GetTime(), T(45));
+    EXPECT_EQ(back.GetEvent(), extended.GetEvent());
+    EXPECT_EQ(back.GetQuantizeTimeDelta(), L(-4));
+    EXPECT_EQ(back.GetOrigEvent(), extended.GetOrigEvent());
+    EXPECT_TRUE(back.IsMuted());
+}
+
 TEST(NoteList, IteratorsAllocateNothing) {
     Vela_NoteList list(Ndo_Object::kNotUndoable, false);
     for (int i = 0; i < 5000; ++i) list.AddNote(Make(i * 1000, i % 128, 100, i % 50 ? 3000 : kLong * 2));
@@ -313,6 +342,7 @@ TEST(NoteList, IteratorsAllocateNothing) {
     int64_t seen = 0;
     for (Vela_NoteListBase::FullNotesInRangeIter it(&list, T(1000), T(4000000)); it.IsMore(); ++it) seen += (*it).start.mCount;
     for (Vela_NoteListBase::FullSustainingNoteIter it(&list, T(4000500)); it.IsMore(); ++it) seen += (*it).start.mCount;
+    for (Vela_NoteListBase::NotesExtendedEventInRangeIter it(&list, L(0), T(0), T(90000), true); it.IsMore(); ++it) seen += (*it).GetTime().mCount;
     EXPECT_EQ(counter.Count(), 0u);
     EXPECT_GT(seen, 0);
 }
