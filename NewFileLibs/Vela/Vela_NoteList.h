@@ -25,6 +25,7 @@
 // and take no lock. Ownership: a list owns its long-note list.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -218,7 +219,7 @@ public:
 
         Vela_NoteListBase* mListP = nullptr;
         Time_Typed mT;
-        Time_Typed mBound;  // B; the main phase starts at its lower bound
+        Time_Typed mBound;  // B, or later where no note of the main list before it can sound
         Cursor mCursor;
         Time_Typed mPhaseEnd;
         bool mInLongPhase = false;
@@ -276,7 +277,11 @@ private:
 
     std::pair<bool, size_t> FindNote(const Time_Typed& iStart, const Vela_NoteWithDurationEvent& iNote) const;
     void ChangeNote(size_t iIndex, const Vela_NoteWithDurationEvent& iNewNote);
+    // Rebuilds the long-note list and recomputes mMaxUnindexedDuration.
     void RegenerateLongNoteList();
+    void NoteUnindexed(const Time_TypedLength& iDuration);
+    // The earliest start from which a note of this list that the long list may not hold can sound at iT.
+    Time_Typed EarliestUnindexedSounding(const Time_Typed& iT) const;
     // Replaces every note by iNotes (in order) and rebuilds the long-note list.
     void ReplaceNotes(const Note* iNotesP, size_t iCount);
     // Inserts iCount notes, sorted by start, as AddNote would one after the other.
@@ -291,6 +296,12 @@ private:
     Time_TypedLength mSampleThreshold;
     Time_TypedLength mTickThreshold;
     Time_TypedLength mUnusedLength;  // kept for the layout; no operation gives it a value
+    // Per time kind, an upper bound of the durations of the notes the long-note list does not
+    // hold up to date (every note of a list without one). A note starting before t minus that
+    // bound can only sound at t if it is in the long-note list, so the sustaining walk of the
+    // main list starts there instead of at B; the notes it passes over come from the long-note
+    // list in the same order. Raised by each edit, recomputed by RegenerateLongNoteList.
+    std::array<int64_t, 2> mMaxUnindexedDuration{};
 };
 
 // Same notes in the same order, every record field equal (times and lengths by count and kind).
@@ -309,4 +320,5 @@ public:
 class Vela_NoteListBase_NdoState : public Ndo_State {
 public:
     Vela_NoteListBase::NoteVector mNotes;
+    std::array<int64_t, 2> mMaxUnindexedDuration{};
 };
