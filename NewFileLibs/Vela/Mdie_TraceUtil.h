@@ -5,7 +5,8 @@
 //
 // The Format functions write into the caller's buffer (a zero size writes nothing) and never
 // overflow it: a long system-exclusive message shows its first bytes, " ..." and its last four
-// bytes, within a budget of the buffer's size. The Print functions format through a
+// bytes, within a budget of the buffer's size (when the budget runs out at the final byte, the
+// ending is still added, the last four bytes again). The Print functions format through a
 // 200-character stack buffer. Formatting never touches the heap, takes no lock and may run
 // on any thread; the Print functions do what the stream does.
 #pragma once

@@ -1,6 +1,7 @@
 #include "Mdie_TrackState.h"
 
 #include <algorithm>
+#include <new>
 
 #include "Cmn_Assert.h"
 #include "Vela_Trace.h"
@@ -34,8 +35,6 @@ public:
 private:
     Mdie_TimedEvent mEvent;
 };
-
-bool ByPitch(const Mdie_NoteInProgress& iA, const Mdie_NoteInProgress& iB) { return iA.mPitch < iB.mPitch; }
 
 }  // namespace
 
@@ -166,20 +165,40 @@ void Mdie_TrackState::ReceiveEvent(const Mdie_TimedEvent& iEvent) {
 
 namespace {
 
-// Copies up to Mdie_TrackState::kMaxPairedNotes notes from iHeadP into oNotes, handing each
-// further note to iOverflow; answers how many were copied.
-template <class TOverflow>
-int CopyForPairing(const Mdie_NoteInProgress* iHeadP, Mdie_NoteInProgress* oNotes, TOverflow iOverflow) {
-    int count = 0;
-    for (const Mdie_NoteInProgress* noteP = iHeadP; noteP != nullptr; noteP = noteP->mNextP) {
-        if (count < Mdie_TrackState::kMaxPairedNotes)
-            oNotes[count++] = *noteP;
-        else
-            iOverflow(*noteP);
+// Copies of up to Mdie_TrackState::kMaxPairedNotes notes of a state, the first in release
+// order, read back in ascending pitch. Copies, not pointers, so that pairing reads nothing of
+// the states while the paired events go out. The array is left uninitialized; sorting moves two-byte keys
+// (pitch, then copy index), so a transition costs little more than the notes it pairs.
+class PairingCopy {
+public:
+    static constexpr int kMax = Mdie_TrackState::kMaxPairedNotes;
+    static_assert(kMax <= 256, "a copy index fits the key's low byte");
+
+    // Notes beyond kMax are handed to iOverflow, in list order.
+    template <class TOverflow>
+    PairingCopy(const Mdie_NoteInProgress* iHeadP, TOverflow iOverflow) {
+        for (const Mdie_NoteInProgress* noteP = iHeadP; noteP != nullptr; noteP = noteP->mNextP) {
+            if (mCount == kMax) {
+                iOverflow(*noteP);
+                continue;
+            }
+            new (&mNotes[mCount]) Mdie_NoteInProgress(*noteP);
+            mKeys[mCount] = static_cast<uint16_t>((static_cast<uint8_t>(noteP->mPitch) ^ 0x80) << 8 | mCount);
+            ++mCount;
+        }
+        std::sort(mKeys, mKeys + mCount);
     }
-    std::sort(oNotes, oNotes + count, ByPitch);
-    return count;
-}
+
+    int Count() const { return mCount; }
+    const Mdie_NoteInProgress& operator[](int iIndex) const { return mNotes[mKeys[iIndex] & 0xFF]; }
+
+private:
+    union {
+        Mdie_NoteInProgress mNotes[kMax];
+    };
+    uint16_t mKeys[kMax];
+    int mCount = 0;
+};
 
 void SendNoteOff(Mdie_EventReceiver& iOutput, const Mdie_NoteInProgress& iNote) {
     iOutput.ReceiveEvent(Vela_NoteOffEvent(iNote.mPitch, iNote.mOffVelocity));
@@ -199,10 +218,10 @@ void Mdie_TrackState::ComputeNoteTransitions(Mdie_TrackState* iNewStateP, Mdie_E
     Mdie_EventReceiver& output = *iOutputP;
     const Mdie_NoteInProgress* newHeadP = iNewStateP ? iNewStateP->mHeadP : nullptr;
 
-    Mdie_NoteInProgress oldNotes[kMaxPairedNotes];
-    Mdie_NoteInProgress newNotes[kMaxPairedNotes];
-    const int oldCount = CopyForPairing(mHeadP, oldNotes, [&](const Mdie_NoteInProgress& n) { SendNoteOff(output, n); });
-    const int newCount = CopyForPairing(newHeadP, newNotes, [&](const Mdie_NoteInProgress& n) { SendNoteOn(output, n); });
+    const PairingCopy oldNotes(mHeadP, [&](const Mdie_NoteInProgress& n) { SendNoteOff(output, n); });
+    const PairingCopy newNotes(newHeadP, [&](const Mdie_NoteInProgress& n) { SendNoteOn(output, n); });
+    const int oldCount = oldNotes.Count();
+    const int newCount = newNotes.Count();
 
     int a = 0;
     int b = 0;

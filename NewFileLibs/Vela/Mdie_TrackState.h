@@ -81,7 +81,8 @@ public:
     // take this state's notes to iNewStateP's (see ETransitionMode) as seen at the chase time;
     // then, when iAdoptNewState is true and notes are chased, this state becomes a copy of the
     // new one. Notes are paired by pitch (ascending); of several notes of one pitch in a state,
-    // which pairs with which is not specified.
+    // which pairs with which is not specified. A null new state is asserted and counts as empty
+    // (nothing is adopted).
     void ComputeTransitionToNewState(Mdie_TrackState* iNewStateP, Mdie_EventReceiver* iOutputP,
                                      const Mdie_ChaseSpec& iSpec, bool iAdoptNewState);
 
