@@ -39,20 +39,18 @@ int Usage(FILE* iOut) {
 
 // The event's MIDI bytes, status on iChannel (ignored for system messages).
 std::string Bytes(const Vela_Event& iEvent, int iChannel) {
+    std::vector<signed char> data(Vela_Event::kMaxFixedWireLength);
+    const int length = iEvent.WriteMessages(data.data(), static_cast<int>(data.size()), iChannel);
+    if (length > static_cast<int>(data.size())) {  // a sysex longer than the first guess
+        data.resize(static_cast<size_t>(length));
+        iEvent.WriteMessages(data.data(), length, iChannel);
+    }
+    data.resize(static_cast<size_t>(length));
     std::string text;
-    std::vector<signed char> data;
-    for (int message = 0; message < iEvent.GetNumMessages(); ++message) {
-        data.resize(static_cast<size_t>(iEvent.GetMessageLength(message)));
-        if (data.empty()) continue;
-        iEvent.GetMessageData(data.data(), message);
-        auto status = static_cast<unsigned char>(data[0]);
-        if (status < 0xF0 && iChannel > 0) status = static_cast<unsigned char>(status | iChannel);
-        data[0] = static_cast<signed char>(status);
-        for (signed char byte : data) {
-            char hex[4];
-            std::snprintf(hex, sizeof hex, "%02X ", static_cast<unsigned char>(byte));
-            text += hex;
-        }
+    for (signed char byte : data) {
+        char hex[4];
+        std::snprintf(hex, sizeof hex, "%02X ", static_cast<unsigned char>(byte));
+        text += hex;
     }
     if (!text.empty()) text.pop_back();
     return text;
