@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <tuple>
 
 #include "AllocCounter.h"
 #include "ChunkEvents.h"
@@ -42,10 +43,10 @@ TEST(Vela_Chunk, EachKindGoesToItsMemberOrIsDropped) {
         chunk->StoreSortedEventList(new Vela_DisplayItemList);
         chunk->AddEvent(route.mEvent);
         const int kind = route.mEvent.GetEvent().GetType();
-        EXPECT_EQ(chunk->GetNoteList()->GetNumNotes(), route.mNotes) << kind;
-        EXPECT_EQ(chunk->GetContinuousList().GetSize(), route.mStreams) << kind;
-        EXPECT_EQ(chunk->GetEventStream()->Size(), route.mEvents) << kind;
-        EXPECT_EQ(chunk->GetSortedEventList(), nullptr) << kind;
+        EXPECT_EQ(std::tuple(chunk->GetNoteList()->GetNumNotes(), chunk->GetContinuousList().GetSize(), chunk->GetEventStream()->Size(),
+                             chunk->GetSortedEventList()),
+                  std::tuple(route.mNotes, route.mStreams, route.mEvents, nullptr))
+            << kind;
         // Erasing takes the add back, except for kind 22, which an erase does not treat as a note.
         chunk->EraseEvent(route.mEvent);
         EXPECT_EQ(chunk->GetNoteList()->GetNumNotes(), kind == Vela_Event::kPitchToMIDINoteWithDuration ? 1u : 0u);
