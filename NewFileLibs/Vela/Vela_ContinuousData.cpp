@@ -155,10 +155,12 @@ void Vela_ContinuousData::EraseFromData(const Vela_ContinuousData& iSource, cons
         if (matches) ++s;
     }
     mSegments.GetImpl().Erase(w, d);
+    mSegments.GetImpl().RefreshKeys();  // survivors moved down in place
 }
 
 void Vela_ContinuousData::OffsetTimes(const Time_TypedLength& iLength) {
     for (size_t i = 0; i < mSegments.GetSize(); ++i) mSegments[i].mTime = Snapped(mSegments[i].mTime + iLength);
+    mSegments.GetImpl().RefreshKeys();  // the search directory keeps copies of the times
 }
 
 void Vela_ContinuousData::ForEachInRange(Vela_ContinuousData_OutputIter& iVisitor, const Time_Typed& iStart,
