@@ -21,6 +21,7 @@
 // vector as it was.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <iterator>
@@ -109,6 +110,14 @@ public:
     void RefreshKeys();
     // Address of record iIndex and, in *oCountP, how many records from it on are contiguous.
     void* GetContiguous(size_t iIndex, size_t* oCountP) const;
+    // Chunk iChunk (< GetNumChunks()): the address of its first record, the record's index in
+    // *oStartP and the chunk's record count in *oCountP.
+    void* GetChunk(size_t iChunk, size_t* oStartP, size_t* oCountP) const {
+        const Chunk& chunk = mChunks[iChunk];
+        *oStartP = chunk.mStart;
+        *oCountP = chunk.mCount;
+        return chunk.mDataP;
+    }
     Cmn_ChunkyVecImpl_Iterator Begin() const { return {this, 0}; }
     Cmn_ChunkyVecImpl_Iterator End() const { return {this, static_cast<ptrdiff_t>(mSize)}; }
 
@@ -266,6 +275,24 @@ public:
     iterator end() { return iterator(mImpl.End()); }
     const_iterator begin() const { return const_iterator(mImpl.Begin()); }
     const_iterator end() const { return const_iterator(mImpl.End()); }
+
+    // The first position whose record fails iPred, for a predicate that holds on a prefix of the
+    // records (as std::partition_point): a binary search over the chunks' first records, then one
+    // within a chunk, so every probe is a plain memory read. Never allocates.
+    template <class TPred>
+    size_t PartitionPoint(TPred iPred) const {
+        size_t low = 0, high = mImpl.GetNumChunks(), start = 0, count = 0;
+        while (low < high) {
+            const size_t middle = low + (high - low) / 2;
+            if (iPred(*static_cast<const T*>(mImpl.GetChunk(middle, &start, &count))))
+                low = middle + 1;
+            else
+                high = middle;
+        }
+        if (low == 0) return 0;
+        const T* firstP = static_cast<const T*>(mImpl.GetChunk(low - 1, &start, &count));
+        return start + static_cast<size_t>(std::partition_point(firstP, firstP + count, iPred) - firstP);
+    }
 
     void Insert(size_t iPos, size_t iCount, const T* iSourceP) { mImpl.Insert(iPos, iCount, iSourceP); }
     void Insert(const_iterator iPos, size_t iCount, const T* iSourceP) { Insert(iPos.GetIndex(), iCount, iSourceP); }

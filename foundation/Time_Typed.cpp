@@ -134,11 +134,7 @@ Time_TypedLength& Time_TypedLength::operator-=(const Time_TypedLength& iOther) {
 Time_Typed Time_Typed::MinTime(Time_EType iType) { return Time_Typed(kTime_MinCount, iType); }
 Time_Typed Time_Typed::MaxTime(Time_EType iType) { return Time_Typed(kTime_MaxCount, iType); }
 
-bool Time_Typed::operator==(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) == 0; }
-bool Time_Typed::operator<(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) < 0; }
-bool Time_Typed::operator<=(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) <= 0; }
-bool Time_Typed::operator>(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) > 0; }
-bool Time_Typed::operator>=(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) >= 0; }
+int Time_Typed::CompareAcrossKinds(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType); }
 
 Time_Typed Time_Typed::operator+(const Time_TypedLength& iLength) const {
     Time_Typed result(*this);

@@ -94,13 +94,19 @@ public:
     static Time_Typed MinTime(Time_EType iType);
     static Time_Typed MaxTime(Time_EType iType);
 
-    // Comparisons across kinds convert exactly where they can (see Time_Convert).
-    bool operator==(const Time_Typed& iOther) const;
+    // Comparisons across kinds convert exactly where they can (see Time_Convert). Within one
+    // kind they compare the counts held to [kTime_MinCount, kTime_MaxCount], inline: that is the
+    // same order, and the searches of long lanes make it their inner loop.
+    bool operator==(const Time_Typed& iOther) const {
+        return mType == iOther.mType ? Held(mCount) == Held(iOther.mCount) : CompareAcrossKinds(iOther) == 0;
+    }
     bool operator!=(const Time_Typed& iOther) const { return !(*this == iOther); }
-    bool operator<(const Time_Typed& iOther) const;
-    bool operator<=(const Time_Typed& iOther) const;
-    bool operator>(const Time_Typed& iOther) const;
-    bool operator>=(const Time_Typed& iOther) const;
+    bool operator<(const Time_Typed& iOther) const {
+        return mType == iOther.mType ? Held(mCount) < Held(iOther.mCount) : CompareAcrossKinds(iOther) < 0;
+    }
+    bool operator<=(const Time_Typed& iOther) const { return !(iOther < *this); }
+    bool operator>(const Time_Typed& iOther) const { return iOther < *this; }
+    bool operator>=(const Time_Typed& iOther) const { return !(*this < iOther); }
 
     // Arithmetic keeps this value's kind; a length of the other kind is converted first.
     // Results saturate at MinTime/MaxTime instead of wrapping.
@@ -114,6 +120,13 @@ public:
 
     int64_t mCount = 0;
     Time_EType mType = kTime_Ticks;
+
+private:
+    static constexpr int64_t Held(int64_t iCount) {
+        return iCount < kTime_MinCount ? kTime_MinCount : (iCount > kTime_MaxCount ? kTime_MaxCount : iCount);
+    }
+    // -1, 0 or 1 for times of different kinds.
+    int CompareAcrossKinds(const Time_Typed& iOther) const;
 };
 
 // Constant-tempo conversion between samples and ticks.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -51,31 +52,6 @@ void ExpectRunsTile(const Vector& iVector) {
 }
 }  // namespace
 
-TEST(Cmn_ChunkyPODVector, InsertsAndErasesAcrossChunkBoundaries) {
-    Vector vector(4);
-    InsertSequence(vector, 0, 0, 10);  // spans three chunks at once
-    EXPECT_EQ(vector.GetImpl().GetNumChunks(), 3u);
-    InsertSequence(vector, 4, 100, 3);  // exactly at a chunk boundary
-    InsertSequence(vector, 6, 100, 3);  // inside a full chunk: splits it
-    InsertSequence(vector, vector.GetSize(), 100, 3);
-    EXPECT_EQ(KeysOf(vector), (Keys{0, 1, 2, 3, 100, 101, 100, 101, 102, 102, 4, 5, 6, 7, 8, 9, 100, 101, 102}));
-    ExpectRunsTile(vector);
-
-    Vector erased(4);
-    InsertSequence(erased, 0, 0, 16);
-    erased.Erase(erased.begin() + 3, erased.begin() + 13);  // leaves parts of the first and last chunk
-    EXPECT_EQ(KeysOf(erased), (Keys{0, 1, 2, 13, 14, 15}));
-    EXPECT_EQ(erased.GetImpl().GetNumChunks(), 2u);
-    erased.Erase(erased.begin());
-    erased.Erase(erased.end() - 1);
-    EXPECT_EQ(KeysOf(erased), (Keys{1, 2, 13, 14}));
-    EXPECT_EQ(erased.GetImpl().GetNumChunks(), 1u) << "sparse neighbours merge";
-    ExpectRunsTile(erased);
-    erased.Erase(erased.begin(), erased.end());
-    EXPECT_TRUE(erased.IsEmpty());
-    EXPECT_EQ(erased.GetImpl().GetNumChunks(), 0u);
-}
-
 TEST(Cmn_ChunkyPODVector, MatchesAPlainVectorUnderRandomEdits) {
     std::mt19937 random(1234);
     for (size_t perChunk : {1u, 3u, 8u}) {
@@ -99,6 +75,31 @@ TEST(Cmn_ChunkyPODVector, MatchesAPlainVectorUnderRandomEdits) {
         ExpectRunsTile(vector);
         // Erasure keeps chunks from going sparse: neighbours are never both half empty.
         EXPECT_LE(vector.GetImpl().GetNumChunks(), 2 * vector.GetSize() / perChunk + 2);
+        vector.Erase(vector.begin(), vector.end());
+        EXPECT_EQ(vector.GetImpl().GetNumChunks(), 0u);
+    }
+}
+
+TEST(Cmn_ChunkyPODVector, PartitionPointAndReadingAgreeWithAPlainVectorWithoutTouchingTheHeap) {
+    std::mt19937 random(77);
+    for (size_t perChunk : {1u, 3u, 8u}) {
+        Vector vector(perChunk);
+        std::vector<Record> model;  // sorted by key, repeats allowed
+        for (int step = 0; step < 200; ++step) {
+            const Record record{static_cast<int>(random() % 50), 0};
+            const auto at = std::upper_bound(model.begin(), model.end(), record.mKey, [](int iKey, const Record& iR) { return iKey < iR.mKey; });
+            vector.Insert(static_cast<size_t>(at - model.begin()), 1, &record);
+            model.insert(at, record);
+            const int key = static_cast<int>(random() % 52) - 1;
+            auto before = [key](const Record& iR) { return iR.mKey < key; };
+            AllocCounter counter;  // reading never touches the heap
+            const size_t found = vector.PartitionPoint(before);
+            long sum = 0;
+            for (const Record& stored : vector) sum += stored.mKey;
+            ASSERT_EQ(counter.Count(), 0u);
+            ASSERT_EQ(found, static_cast<size_t>(std::partition_point(model.begin(), model.end(), before) - model.begin()));
+            ASSERT_EQ(sum, std::accumulate(model.begin(), model.end(), 0L, [](long iSum, const Record& iR) { return iSum + iR.mKey; }));
+        }
     }
 }
 
@@ -149,17 +150,6 @@ TEST(Cmn_ChunkyPODVector, CopiesAndAssignmentsAreIndependent) {
     EXPECT_TRUE(original.IsEmpty());
     original.PushBack({5, 0});  // usable again after Destruct
     EXPECT_EQ(original[0].mKey, 5);
-}
-
-TEST(Cmn_ChunkyPODVector, ReadingNeverTouchesTheHeap) {
-    Vector vector(4);
-    InsertSequence(vector, 0, 0, 50);
-    AllocCounter counter;
-    long sum = 0;
-    for (const Record& record : vector) sum += record.mKey;
-    sum += std::lower_bound(vector.begin(), vector.end(), 25, [](const Record& iR, int iKey) { return iR.mKey < iKey; })->mKey;
-    EXPECT_EQ(counter.Count(), 0u);
-    EXPECT_EQ(sum, 49 * 50 / 2 + 25);
 }
 
 TEST(Cmn_ChunkyPODVector, OutOfRangePositionsAreReportedAndClamped) {
