@@ -98,26 +98,19 @@ public:
     size_t GetNumChunks() const { return mNumChunks; }
     // Address of record iIndex (< GetSize()).
     void* GetPtr(size_t iIndex) const;
-    // Sorted owners search by a leading key: the first kKeyBytes bytes of a record (all of it
-    // when shorter). The directory keeps a copy of the key of each chunk's first record, so a
-    // search reads one record chunk and no other. PartitionPoint answers the first index whose
-    // record is not "before", where iBefore(const void* key) holds for a prefix of the records
-    // and reads only the key bytes it is given. Allocates nothing. An owner that changes key
-    // bytes in place (through GetPtr or GetContiguous) calls RefreshKeys afterwards.
+    // The first index whose record is not "before", where iBefore(const void* record) holds for
+    // a prefix of the records (as std::partition_point): a binary search over the groups' and
+    // then the chunks' first records, then one within a chunk. Allocates nothing.
+    // With iByKey, iBefore reads only a record's leading key, its first kKeyBytes bytes (all of
+    // it when shorter), and the directory's copies of the chunks' first keys stand in for the
+    // first records: such a search reads one chunk of records and no other. An owner that
+    // changes key bytes in place (through GetPtr or GetContiguous) calls RefreshKeys afterwards.
     static constexpr size_t kKeyBytes = 16;
     template <class TBefore>
-    size_t PartitionPoint(TBefore iBefore) const;
+    size_t PartitionPoint(TBefore iBefore, bool iByKey = false) const;
     void RefreshKeys();
     // Address of record iIndex and, in *oCountP, how many records from it on are contiguous.
     void* GetContiguous(size_t iIndex, size_t* oCountP) const;
-    // Chunk iChunk (< GetNumChunks()): the address of its first record, the record's index in
-    // *oStartP and the chunk's record count in *oCountP.
-    void* GetChunk(size_t iChunk, size_t* oStartP, size_t* oCountP) const {
-        const Chunk& chunk = mChunks[iChunk];
-        *oStartP = chunk.mStart;
-        *oCountP = chunk.mCount;
-        return chunk.mDataP;
-    }
     Cmn_ChunkyVecImpl_Iterator Begin() const { return {this, 0}; }
     Cmn_ChunkyVecImpl_Iterator End() const { return {this, static_cast<ptrdiff_t>(mSize)}; }
 
@@ -183,7 +176,7 @@ private:
 };
 
 template <class TBefore>
-size_t Cmn_ChunkyVecImpl::PartitionPoint(TBefore iBefore) const {
+size_t Cmn_ChunkyVecImpl::PartitionPoint(TBefore iBefore, bool iByKey) const {
     // The number of leading elements of iRange whose key is before.
     const auto countBefore = [&iBefore](const auto& iRange, size_t iFrom, size_t iSize, auto iKey) {
         size_t low = iFrom;
@@ -197,10 +190,14 @@ size_t Cmn_ChunkyVecImpl::PartitionPoint(TBefore iBefore) const {
         }
         return low;
     };
-    const size_t group = countBefore(mGroups, 0, mGroups.size(), [](const Group& iGroup) { return iGroup.mKey; });
+    const size_t group = countBefore(mGroups, 0, mGroups.size(), [iByKey](const Group& iGroup) {
+        return iByKey ? iGroup.mKey : iGroup.mChunks.front().mDataP;
+    });
     if (group == 0) return 0;
     const Group& g = mGroups[group - 1];
-    const size_t chunk = countBefore(g.mChunks, 1, g.mChunks.size(), [](const Chunk& iChunk) { return iChunk.mKey; }) - 1;
+    const size_t chunk = countBefore(g.mChunks, 1, g.mChunks.size(), [iByKey](const Chunk& iChunk) {
+        return iByKey ? iChunk.mKey : iChunk.mDataP;
+    }) - 1;
     size_t start = g.mStart;
     for (size_t i = 0; i < chunk; ++i) start += g.mChunks[i].mCount;
     const Chunk& c = g.mChunks[chunk];
@@ -281,17 +278,7 @@ public:
     // within a chunk, so every probe is a plain memory read. Never allocates.
     template <class TPred>
     size_t PartitionPoint(TPred iPred) const {
-        size_t low = 0, high = mImpl.GetNumChunks(), start = 0, count = 0;
-        while (low < high) {
-            const size_t middle = low + (high - low) / 2;
-            if (iPred(*static_cast<const T*>(mImpl.GetChunk(middle, &start, &count))))
-                low = middle + 1;
-            else
-                high = middle;
-        }
-        if (low == 0) return 0;
-        const T* firstP = static_cast<const T*>(mImpl.GetChunk(low - 1, &start, &count));
-        return start + static_cast<size_t>(std::partition_point(firstP, firstP + count, iPred) - firstP);
+        return mImpl.PartitionPoint([&iPred](const void* iRecordP) { return iPred(*static_cast<const T*>(iRecordP)); });
     }
 
     void Insert(size_t iPos, size_t iCount, const T* iSourceP) { mImpl.Insert(iPos, iCount, iSourceP); }
