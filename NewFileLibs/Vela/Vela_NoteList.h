@@ -19,6 +19,12 @@
 //   object of its own, keeps its own states.
 // - Notes are identified by start, pitch and on velocity (FindNote); duration and off velocity
 //   take no part, and the first match in list order wins.
+// - OffsetDurations, like the other nudges, applies itself to the long-note list and never
+//   rebuilds it, so a duration moved across the threshold keeps its old membership until the
+//   next rebuild (kept as the original behaves).
+// - Only StreamIn posts Vela_N10n_MIDIZeroOnVelocitiesFound; edits accept such notes silently.
+// - The undo state re-creates no object (Ndo_State::Recreate gives null): a list lives and dies
+//   with its chunk, whose own state brings it back by undo id.
 //
 // Threads: one editing thread at a time; the range iterators (FullNotesInRangeIter,
 // FullSustainingNoteIter) may run on a playback thread while no edit runs, and allocate nothing
@@ -135,7 +141,9 @@ public:
     // start's kind) and no original note (it reads as the current note); version 2 carries the
     // delta and the original duration, whose pitch and velocities read as the current ones.
     void StreamIn(Sys_TypedInStream& iStream);
-    // "MIDI_NoteList": "nNumNotes", then one "Note" per note (see the source for its children).
+    // "MIDI_NoteList": "nNumNotes", then one "Note" per note with "Start", "nPitch", "Duration",
+    // "nOnVel", "nOffVel", "QuantizeTimeDelta", "DurationDeltaFromOriginal", "nOriginalPitch",
+    // "OriginalDuration", "nOriginalOnVel", "nOriginalOffVel" and "bMuted".
     Cmn_XMLNodePtr GetAsXML() const;
     Ndo_State* NdoGetState() override;
     void NdoRestoreState(Ndo_State* iStateP) override;

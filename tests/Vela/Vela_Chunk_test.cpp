@@ -52,6 +52,14 @@ TEST(Vela_Chunk, EachKindGoesToItsMemberOrIsDropped) {
         EXPECT_EQ(chunk->GetNoteList()->GetNumNotes(), kind == Vela_Event::kPitchToMIDINoteWithDuration ? 1u : 0u);
         EXPECT_EQ(chunk->GetContinuousList().GetSize() + chunk->GetEventStream()->Size(), 0u) << kind;
     }
+    // While tick times matter, a quantizing chunk snaps tick times to the coarse grid.
+    TickTimesMatter::SetActive(true);
+    for (bool quantize : {false, true}) {
+        ChunkPtr chunk(Vela_Chunk::New(Ndo_Object::kNotUndoable, quantize));
+        chunk->AddEvent(NoteAt(10000, 60));
+        EXPECT_EQ(chunk->GetNoteList()->GetNote(0).start, Ticks(quantize ? 9600 : 10000));
+    }
+    TickTimesMatter::SetActive(false);
 }
 
 TEST(Vela_Chunk, StreamsStaySortedUniqueAndGoOnlyWhereTheRulesSay) {

@@ -166,3 +166,34 @@ TEST(Cmn_ChunkyPODVector, OutOfRangePositionsAreReportedAndClamped) {
     EXPECT_EQ(asserts.Condition(1), "iLast <= mSize");
     EXPECT_EQ(asserts.Condition(2), "iIndex < mSize");
 }
+
+// Bulk inserts spread over many directory groups; erasures and merges cross them; the key
+// search agrees with a search of the records, also after keys were changed in place.
+TEST(Cmn_ChunkyPODVector, ManyGroupsKeepOrderAndTheKeySearchFindsItsBound) {
+    std::mt19937 random(99);
+    for (size_t perChunk : {1u, 5u}) {
+        Vector vector(perChunk);
+        std::vector<Record> model = Sequence(0, 3000);
+        vector.Insert(0, model.size(), model.data());
+        for (int step = 0; step < 200; ++step) {
+            const size_t first = random() % model.size(), last = std::min(model.size(), first + random() % 700);
+            vector.GetImpl().Erase(first, last);
+            model.erase(model.begin() + static_cast<ptrdiff_t>(first), model.begin() + static_cast<ptrdiff_t>(last));
+            const std::vector<Record> records(1 + random() % 700, Record{static_cast<int>(random() % 4000), 0});  // a run of one key keeps the order
+            const size_t at = static_cast<size_t>(std::lower_bound(model.begin(), model.end(), records.front().mKey, [](const Record& iR, int iKey) { return iR.mKey < iKey; }) - model.begin());
+            vector.Insert(at, records.size(), records.data());
+            model.insert(model.begin() + static_cast<ptrdiff_t>(at), records.begin(), records.end());
+            if (step % 50 == 0) {  // keys changed in place are taken up again by RefreshKeys
+                for (Record& record : vector) record.mKey *= 2;
+                for (Record& record : model) record.mKey *= 2;
+                vector.GetImpl().RefreshKeys();
+            }
+            ASSERT_EQ(KeysOf(vector), KeysOf(model)) << step;
+            const int wanted = static_cast<int>(random() % 8000);
+            const auto before = [wanted](const void* iKeyP) { return static_cast<const Record*>(iKeyP)->mKey < wanted; };
+            const auto expected = std::partition_point(model.begin(), model.end(), [wanted](const Record& iR) { return iR.mKey < wanted; });
+            ASSERT_EQ(vector.GetImpl().PartitionPoint(before, true), static_cast<size_t>(expected - model.begin())) << step;
+        }
+        ExpectRunsTile(vector);
+    }
+}
