@@ -55,10 +55,11 @@ Cmn_ChunkyVecImpl::Location Cmn_ChunkyVecImpl::Locate(size_t iIndex) const {
                                         [](size_t iWanted, const Group& iGroup) { return iWanted < iGroup.mStart; });
     const size_t group = static_cast<size_t>(after - mGroups.begin()) - 1;
     const std::vector<Chunk>& chunks = mGroups[group].mChunks;
-    size_t offset = iIndex - mGroups[group].mStart;
-    size_t chunk = 0;
-    for (; offset >= chunks[chunk].mCount; ++chunk) offset -= chunks[chunk].mCount;
-    return {group, chunk, offset};
+    const size_t offset = iIndex - mGroups[group].mStart;
+    const auto chunkAfter = std::upper_bound(chunks.begin(), chunks.end(), offset,
+                                             [](size_t iWanted, const Chunk& iChunk) { return iWanted < iChunk.mStart; });
+    const size_t chunk = static_cast<size_t>(chunkAfter - chunks.begin()) - 1;
+    return {group, chunk, offset - chunks[chunk].mStart};
 }
 
 void* Cmn_ChunkyVecImpl::GetPtr(size_t iIndex) const {
@@ -162,7 +163,7 @@ void Cmn_ChunkyVecImpl::Erase(size_t iFirst, size_t iLast) {
     }
     mSize -= iLast - iFirst;
     RenumberGroups(at.mGroup);
-    RefreshGroupKeys(at.mGroup, group + 1);
+    RefreshGroups(at.mGroup, group + 1);
     if (mSize == 0) return;
     // The chunks on both sides of the erased range may now fit into one.
     Location next = Locate(std::min(iFirst, mSize - 1));
@@ -204,7 +205,7 @@ std::vector<Cmn_ChunkyVecImpl::Chunk> Cmn_ChunkyVecImpl::NewChunks(size_t iCount
     fresh.reserve(iCount);
     try {
         for (size_t i = 0, left = iRecords; i < iCount; ++i, left -= mRecordsPerChunk)
-            fresh.push_back({NewChunkData(), std::min(left, mRecordsPerChunk), {}});
+            fresh.push_back({NewChunkData(), std::min(left, mRecordsPerChunk), 0, {}});
     } catch (...) {
         for (const Chunk& chunk : fresh) FreeChunkData(chunk.mDataP);
         throw;
@@ -232,7 +233,7 @@ void Cmn_ChunkyVecImpl::InsertIntoEmpty(size_t iCount, const std::byte* iSourceP
     mNumChunks = chunks;
     for (Chunk& chunk : mGroups[0].mChunks) RefreshKey(chunk);
     SplitGroup(0, pieces);
-    RefreshGroupKeys(0, mGroups.size());
+    RefreshGroups(0, mGroups.size());
 }
 
 void Cmn_ChunkyVecImpl::InsertWithinChunk(Location iAt, size_t iCount, const std::byte* iSourceP) {
@@ -243,9 +244,10 @@ void Cmn_ChunkyVecImpl::InsertWithinChunk(Location iAt, size_t iCount, const std
     mGroups[iAt.mGroup].mCount += iCount;
     mSize += iCount;
     RenumberGroups(iAt.mGroup + 1);
+    RenumberChunks(iAt.mGroup, iAt.mChunk + 1);
     if (iAt.mOffset == 0) {
         RefreshKey(chunk);
-        RefreshGroupKeys(iAt.mGroup, iAt.mGroup + 1);
+        RefreshGroups(iAt.mGroup, iAt.mGroup + 1);
     }
 }
 
@@ -297,7 +299,7 @@ void Cmn_ChunkyVecImpl::InsertSplittingChunk(Location iAt, size_t iCount, const 
     const size_t groupsAdded = pieces.size();
     SplitGroup(iAt.mGroup, pieces);
     RenumberGroups(iAt.mGroup + 1);
-    RefreshGroupKeys(iAt.mGroup, iAt.mGroup + 1 + groupsAdded);
+    RefreshGroups(iAt.mGroup, iAt.mGroup + 1 + groupsAdded);
 }
 
 // The storage a group of iChunks chunks needs to be cut into groups of half the maximum:
@@ -355,22 +357,33 @@ void Cmn_ChunkyVecImpl::MergeWithNext(Location iAt) {
     --mNumChunks;
     if (nextGroup.mChunks.empty()) mGroups.erase(mGroups.begin() + static_cast<ptrdiff_t>(iAt.mGroup + 1));
     RenumberGroups(iAt.mGroup + 1);
-    RefreshGroupKeys(iAt.mGroup + 1, iAt.mGroup + 2);
+    RefreshGroups(iAt.mGroup, iAt.mGroup + 2);
 }
 
 void Cmn_ChunkyVecImpl::RefreshKeys() {
     for (Group& group : mGroups)
         for (Chunk& chunk : group.mChunks) RefreshKey(chunk);
-    RefreshGroupKeys(0, mGroups.size());
+    RefreshGroups(0, mGroups.size());
 }
 
 void Cmn_ChunkyVecImpl::RefreshKey(Chunk& ioChunk) const {
     std::memcpy(ioChunk.mKey, ioChunk.mDataP, std::min(mRecordSize, kKeyBytes));
 }
 
-void Cmn_ChunkyVecImpl::RefreshGroupKeys(size_t iFirstGroup, size_t iLastGroup) {
-    for (size_t g = iFirstGroup; g < std::min(iLastGroup, mGroups.size()); ++g)
+void Cmn_ChunkyVecImpl::RefreshGroups(size_t iFirstGroup, size_t iLastGroup) {
+    for (size_t g = iFirstGroup; g < std::min(iLastGroup, mGroups.size()); ++g) {
+        RenumberChunks(g, 0);
         std::memcpy(mGroups[g].mKey, mGroups[g].mChunks.front().mKey, kKeyBytes);
+    }
+}
+
+void Cmn_ChunkyVecImpl::RenumberChunks(size_t iGroup, size_t iFromChunk) {
+    std::vector<Chunk>& chunks = mGroups[iGroup].mChunks;
+    size_t start = iFromChunk == 0 ? 0 : chunks[iFromChunk - 1].mStart + chunks[iFromChunk - 1].mCount;
+    for (size_t i = iFromChunk; i < chunks.size(); ++i) {
+        chunks[i].mStart = start;
+        start += chunks[i].mCount;
+    }
 }
 
 void Cmn_ChunkyVecImpl::RenumberGroups(size_t iFromGroup) {

@@ -106,6 +106,7 @@ public:
     // first records: such a search reads one chunk of records and no other. An owner that
     // changes key bytes in place (through GetPtr or GetContiguous) calls RefreshKeys afterwards.
     static constexpr size_t kKeyBytes = 16;
+    static constexpr size_t kLargeRecordBytes = 128;
     template <class TBefore>
     size_t PartitionPoint(TBefore iBefore, bool iByKey = false) const;
     void RefreshKeys();
@@ -135,6 +136,7 @@ private:
     struct Chunk {
         std::byte* mDataP;
         size_t mCount;
+        size_t mStart;                         // index of the first record within its group
         alignas(8) std::byte mKey[kKeyBytes];  // the key of the first record
     };
     struct Group {
@@ -163,9 +165,11 @@ private:
     void SplitGroup(size_t iGroup, std::vector<Group>& ioPieces);
     void MergeWithNext(Location iAt);
     void RenumberGroups(size_t iFromGroup);
-    // Copies a chunk's first key from its records, or the groups' keys from their first chunks.
+    // Copies a chunk's first key from its records.
     void RefreshKey(Chunk& ioChunk) const;
-    void RefreshGroupKeys(size_t iFirstGroup, size_t iLastGroup);
+    // Renumbers the chunks of the groups [iFirst, iLast) and takes their keys from their first chunks.
+    void RefreshGroups(size_t iFirstGroup, size_t iLastGroup);
+    void RenumberChunks(size_t iGroup, size_t iFromChunk);
 
     const Cmn_ChunkyVecCopier* mCopierP;
     size_t mRecordSize;
@@ -198,13 +202,13 @@ size_t Cmn_ChunkyVecImpl::PartitionPoint(TBefore iBefore, bool iByKey) const {
     const size_t chunk = countBefore(g.mChunks, 1, g.mChunks.size(), [iByKey](const Chunk& iChunk) {
         return iByKey ? iChunk.mKey : iChunk.mDataP;
     }) - 1;
-    size_t start = g.mStart;
-    for (size_t i = 0; i < chunk; ++i) start += g.mChunks[i].mCount;
     const Chunk& c = g.mChunks[chunk];
-    // The records are likely cold: ask for all of their keys at once rather than one probe
-    // after another (the insertion that usually follows reads them anyway).
+    const size_t start = g.mStart + c.mStart;
+    // Large records are likely cold and each on lines of its own: ask for all of their keys at
+    // once rather than one probe after another (an insertion that follows reads them anyway).
 #if defined(__GNUC__) || defined(__clang__)
-    for (size_t i = 1; i < c.mCount; ++i) __builtin_prefetch(RecordAt(c, i));
+    if (mRecordSize >= kLargeRecordBytes)
+        for (size_t i = 1; i < c.mCount; ++i) __builtin_prefetch(RecordAt(c, i));
 #endif
     struct Records {
         const Cmn_ChunkyVecImpl* mVecP;
