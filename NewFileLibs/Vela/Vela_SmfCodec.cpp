@@ -6,6 +6,7 @@
 #include <deque>
 #include <tuple>
 
+#include "Mdie_SubStream.h"
 #include "Vela_Event.h"
 
 namespace {
@@ -76,6 +77,62 @@ private:
     size_t mEnd;
     size_t mPos = 0;
 };
+
+// ---------------------------------------------------------------- writing
+
+void PutBig(std::vector<unsigned char>& ioOut, uint32_t iValue, int iBytes) {
+    for (int i = iBytes - 1; i >= 0; --i) ioOut.push_back(static_cast<unsigned char>(iValue >> (8 * i)));
+}
+void PutVlq(std::vector<unsigned char>& ioOut, uint64_t iValue) {
+    unsigned char bytes[10];
+    int count = 0;
+    do {
+        bytes[count++] = static_cast<unsigned char>(iValue & 0x7F);
+        iValue >>= 7;
+    } while (iValue != 0);
+    while (count > 1) ioOut.push_back(bytes[--count] | 0x80);
+    ioOut.push_back(bytes[0]);
+}
+void PutData(std::vector<unsigned char>& ioOut, const std::string& iData) {
+    PutVlq(ioOut, iData.size());
+    ioOut.insert(ioOut.end(), iData.begin(), iData.end());
+}
+
+// One event of a file track before writing: sorted by time, then class, then key, then order.
+struct Item {
+    enum EClass { kSide, kNoteOff, kOther, kNoteOn, kZeroNoteOff };
+    int64_t mTick;
+    int mClass;
+    int64_t mKey;
+    size_t mOrder;
+    std::vector<unsigned char> mBytes;
+    bool operator<(const Item& iOther) const {
+        return std::tie(mTick, mClass, mKey, mOrder) < std::tie(iOther.mTick, iOther.mClass, iOther.mKey, iOther.mOrder);
+    }
+};
+
+// The file bytes of a channel or sysex event: its messages joined by zero delta times, the
+// channel OR-ed into channel statuses, sysex as F0, length, payload and F7.
+std::vector<unsigned char> EventBytes(const Vela_Event& iEvent, int iChannel) {
+    std::vector<unsigned char> bytes;
+    std::vector<signed char> message;
+    for (int i = 0; i < iEvent.GetNumMessages(); ++i) {
+        const int size = iEvent.GetMessageLength(i);
+        if (size <= 0) continue;
+        message.resize(static_cast<size_t>(size));
+        iEvent.GetMessageData(message.data(), i);
+        if (!bytes.empty()) bytes.push_back(0);  // the delta time before a further message
+        if (iEvent.IsMessageSysex(i)) {
+            bytes.push_back(0xF0);
+            PutVlq(bytes, static_cast<uint64_t>(size) - 1);
+        } else {
+            message[0] = static_cast<signed char>(static_cast<unsigned char>(message[0]) | (iChannel & 0x0F));
+            bytes.push_back(static_cast<unsigned char>(message[0]));
+        }
+        bytes.insert(bytes.end(), message.begin() + 1, message.end());
+    }
+    return bytes;
+}
 
 struct OpenNote {
     int mTrack;     // index into the song's tracks
@@ -194,27 +251,42 @@ private:
         const auto d1 = static_cast<int8_t>(data1);
         const auto d2 = static_cast<int8_t>(data2);
         switch (kind) {
-            case 0x8: NoteOff(channel, data1, d2); break;
+            case 0x8: NoteOff(track, status, data1, data2, d2); break;
             case 0x9:
-                if (data2 == 0) NoteOff(channel, data1, kNeutralReleaseVelocity);
+                if (data2 == 0) NoteOff(track, status, data1, data2, kNeutralReleaseVelocity);
                 else NoteOn(track, channel, d1, d2);
                 break;
-            case 0xA: Add(track, Vela_PolyPressureEvent(d1, d2)); break;
+            case 0xA: AddValue(track, Vela_PolyPressureEvent(d1, d2), status); break;
             case 0xB:
                 if (data1 == 0 || data1 == 32) BankSelect(track, channel, data1 == 0, d2);
                 else if (data1 >= 120)
-                    AddSide(Track(track), Vela_SmfSideEvent::kChannelMode, 0,
+                    AddSide(Track(track), Vela_SmfSideEvent::kChannelMessage, 0,
                             std::string{static_cast<char>(status), static_cast<char>(data1), static_cast<char>(data2)});
-                else Add(track, Vela_ControllerEvent(d1, d2));
+                else AddValue(track, Vela_ControllerEvent(d1, d2), status);
                 break;
             case 0xC: ProgramGroup(track, channel).SetFullProgram(d1); break;
-            case 0xD: Add(track, Vela_MonoPressureEvent(d1)); break;
-            default: Add(track, Vela_PitchBendEvent(static_cast<int16_t>(int((data2 << 7) | data1) - 8192))); break;
+            case 0xD: AddValue(track, Vela_MonoPressureEvent(d1), status); break;
+            default: AddValue(track, Vela_PitchBendEvent(static_cast<int16_t>(int((data2 << 7) | data1) - 8192)), status); break;
         }
     }
 
     void Add(int iTrack, const Vela_Event& iEvent) {
         Track(iTrack).mEvents.emplace_back(Time_Typed(mTick, kTime_Ticks), iEvent);
+    }
+    // A continuous value: one that an earlier value of its sub-stream at this tick gave way to
+    // is kept beside the events as bytes (a chunk holds one value per sub-stream and time).
+    void AddValue(int iTrack, const Vela_Event& iEvent, unsigned iStatus) {
+        auto& events = Track(iTrack).mEvents;
+        const int32_t index = Mdie_SubStream(iEvent).GetIndex();
+        for (size_t i = events.size(); i > 0 && events[i - 1].GetTime().AsInt64() == mTick; --i) {
+            Vela_Event& earlier = events[i - 1].GetEvent();
+            if (earlier.GetType() != iEvent.GetType() || Mdie_SubStream(earlier).GetIndex() != index) continue;
+            const std::vector<unsigned char> bytes = EventBytes(earlier, static_cast<int>(iStatus & 0x0F));
+            AddSide(Track(iTrack), Vela_SmfSideEvent::kChannelMessage, 0, std::string(bytes.begin(), bytes.end()));
+            earlier = iEvent;  // the later value takes the earlier one's place
+            return;
+        }
+        Add(iTrack, iEvent);
     }
 
     // The program event of this channel at this tick, made (every part disabled) on demand.
@@ -248,10 +320,13 @@ private:
         mOpen[static_cast<size_t>(iChannel * kNumPitches + iPitch)].push_back({iTrack, Track(iTrack).mEvents.size()});
         Add(iTrack, note);
     }
-    void NoteOff(int iChannel, unsigned iPitch, int8_t iVelocity) {
-        auto& open = mOpen[static_cast<size_t>(iChannel) * kNumPitches + iPitch];
+    // An unmatched note-off is kept aside as its bytes.
+    void NoteOff(int iTrack, unsigned iStatus, unsigned iPitch, unsigned iData2, int8_t iVelocity) {
+        auto& open = mOpen[static_cast<size_t>(iStatus & 0x0F) * kNumPitches + iPitch];
         if (open.empty()) {
             ++mSong.mUnmatchedNoteOffs;
+            AddSide(Track(iTrack), Vela_SmfSideEvent::kChannelMessage, 0,
+                    std::string{static_cast<char>(iStatus), static_cast<char>(iPitch), static_cast<char>(iData2)});
             return;
         }
         End(open.front(), iVelocity);
@@ -282,62 +357,6 @@ private:
     std::array<std::deque<OpenNote>, kNumChannels * kNumPitches> mOpen;
 };
 
-// ---------------------------------------------------------------- writing
-
-void PutBig(std::vector<unsigned char>& ioOut, uint32_t iValue, int iBytes) {
-    for (int i = iBytes - 1; i >= 0; --i) ioOut.push_back(static_cast<unsigned char>(iValue >> (8 * i)));
-}
-void PutVlq(std::vector<unsigned char>& ioOut, uint64_t iValue) {
-    unsigned char bytes[10];
-    int count = 0;
-    do {
-        bytes[count++] = static_cast<unsigned char>(iValue & 0x7F);
-        iValue >>= 7;
-    } while (iValue != 0);
-    while (count > 1) ioOut.push_back(bytes[--count] | 0x80);
-    ioOut.push_back(bytes[0]);
-}
-void PutData(std::vector<unsigned char>& ioOut, const std::string& iData) {
-    PutVlq(ioOut, iData.size());
-    ioOut.insert(ioOut.end(), iData.begin(), iData.end());
-}
-
-// One event of a file track before writing: sorted by time, then class, then key, then order.
-struct Item {
-    enum EClass { kSide, kNoteOff, kOther, kNoteOn, kZeroNoteOff };
-    int64_t mTick;
-    int mClass;
-    int64_t mKey;
-    size_t mOrder;
-    std::vector<unsigned char> mBytes;
-    bool operator<(const Item& iOther) const {
-        return std::tie(mTick, mClass, mKey, mOrder) < std::tie(iOther.mTick, iOther.mClass, iOther.mKey, iOther.mOrder);
-    }
-};
-
-// The file bytes of a channel or sysex event: its messages joined by zero delta times, the
-// channel OR-ed into channel statuses, sysex as F0, length, payload and F7.
-std::vector<unsigned char> EventBytes(const Vela_Event& iEvent, int iChannel) {
-    std::vector<unsigned char> bytes;
-    std::vector<signed char> message;
-    for (int i = 0; i < iEvent.GetNumMessages(); ++i) {
-        const int size = iEvent.GetMessageLength(i);
-        if (size <= 0) continue;
-        message.resize(static_cast<size_t>(size));
-        iEvent.GetMessageData(message.data(), i);
-        if (!bytes.empty()) bytes.push_back(0);  // the delta time before a further message
-        if (iEvent.IsMessageSysex(i)) {
-            bytes.push_back(0xF0);
-            PutVlq(bytes, static_cast<uint64_t>(size) - 1);
-        } else {
-            message[0] = static_cast<signed char>(static_cast<unsigned char>(message[0]) | (iChannel & 0x0F));
-            bytes.push_back(static_cast<unsigned char>(message[0]));
-        }
-        bytes.insert(bytes.end(), message.begin() + 1, message.end());
-    }
-    return bytes;
-}
-
 void AddTrackItems(const Vela_SmfTrack& iTrack, std::vector<Item>& ioItems) {
     for (const Vela_SmfSideEvent& side : iTrack.mSide) {
         std::vector<unsigned char> bytes;
@@ -346,7 +365,7 @@ void AddTrackItems(const Vela_SmfTrack& iTrack, std::vector<Item>& ioItems) {
                 bytes = {0xFF, side.mMetaType};
                 PutData(bytes, side.mData);
                 break;
-            case Vela_SmfSideEvent::kChannelMode: bytes.assign(side.mData.begin(), side.mData.end()); break;
+            case Vela_SmfSideEvent::kChannelMessage: bytes.assign(side.mData.begin(), side.mData.end()); break;
             case Vela_SmfSideEvent::kSysexPart:
                 bytes = {0xF0};
                 PutData(bytes, side.mData);

@@ -14,7 +14,10 @@
 //   - complete system-exclusive messages (F0 ... F7 in one event) as kinds 14/15.
 // mSide keeps, in file order, what a chunk has no place for: meta events (tempo, time and key
 // signature, names, texts, ...; end of track becomes mEndTick), channel mode messages
-// (controllers 120..127), a sysex that is split over several events, and F7 escapes.
+// (controllers 120..127), unmatched note-offs, a value of a controller, pitch bend or pressure that a later value
+// of the same one replaces at the same tick (a chunk keeps one value per sub-stream and time;
+// written back first at that tick, so the last value still wins), a sysex that is split over
+// several events, and F7 escapes.
 // Metas, split sysex, escapes and complete sysex go to the first track of their file track.
 //
 // Reading rules:
@@ -23,8 +26,8 @@
 //  - Note-on with velocity 0 is a note-off with the neutral release velocity 64 (the library
 //    encodes a release velocity of 64 the same way, so the pair round-trips); 8n keeps its own.
 //  - Notes of one channel and pitch pair first-in-first-out. A note-off with no note sounding
-//    is dropped and counted in mUnmatchedNoteOffs; notes still sounding at the end of the track
-//    end there (release velocity 64).
+//    is counted in mUnmatchedNoteOffs and kept aside as bytes; notes still sounding at the end
+//    of the track end there (release velocity 64).
 //  - File ticks become library ticks rounded to the nearest (halves up); since a library tick
 //    is at most 1/29 of a file tick for every legal division, writing back gives every file tick
 //    exactly. A track without an end-of-track event ends at its last event.
@@ -61,7 +64,7 @@ private:
 struct Vela_SmfSideEvent {
     enum EKind : uint8_t {
         kMeta = 0,         // mData is the payload of meta event mMetaType
-        kChannelMode = 1,  // mData is the whole message, status with its channel
+        kChannelMessage = 1,  // mData is the whole message, status with its channel
         kSysexPart = 2,    // an F0 event without its closing F7: mData is what follows F0
         kEscape = 3,       // an F7 event: mData is its payload
     };
@@ -87,7 +90,7 @@ struct Vela_SmfSong {
     int mFormat = 1;
     int mDivision = 960;  // file ticks per quarter note, 1..32767
     std::vector<Vela_SmfTrack> mTracks;
-    int mUnmatchedNoteOffs = 0;  // note-offs dropped on reading
+    int mUnmatchedNoteOffs = 0;  // note-offs that found no note on reading
 };
 
 class Vela_SmfCodec {

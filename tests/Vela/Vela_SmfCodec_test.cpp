@@ -95,13 +95,15 @@ TEST(SmfCodec, ReadsFilesAsTheRulesSay) {
         {"00 90 3C 0A 05 3C 14 05 80 3C 01 0A 80 3C 02 00 FF2F00", "ch0: 0/note60v10/1len10 5/note60v20/2len15 end20\n"},
         // Bank select folds into the program of its tick in either order; alone it sends only itself.
         {"00 B0 00 01 00 C0 05 00 B0 20 02 10 B0 00 03 00 FF2F00", "ch0: 0/prog5bank130 16/prog-128bank16768 end16\n"},
-        // A note still sounding ends with its track; an unmatched note-off is dropped and counted.
-        {"00 80 40 40 00 90 3C 64 30 FF2F00", "ch0: 0/note60v100/64len48 end48\nunmatched 1\n"},
+        // A note still sounding ends with its track; an unmatched note-off is counted and kept aside.
+        {"00 80 40 40 00 90 3C 64 30 FF2F00", "ch0: 0/note60v100/64len48 0/side1:3 end48\nunmatched 1\n"},
         // Channels split into tracks; metas and sysex stay with the first; channel mode with its channel.
         {"00 FF03 01 41 00 92 3C 64 00 B5 07 64 00 B5 7B 00 01 F0 03 7E 01 F7 01 F0 01 43 00 F7 01 F8 00 82 3C 00 00 FF2F00",
          "ch2: 0/note60v100/0len2 1/sysex2 0/side0:1 2/side2:1 2/side3:1 end2\nch5: 0/cc7=100 0/side1:3 end2\n"},
         // Pitch bend centre and ends; trailing bytes after the end of track are ignored.
         {"00 E0 00 40 01 E0 00 00 01 E0 7F 7F 00 FF2F00 00 90", "ch0: 0/bend0 1/bend-8192 2/bend8191 end2\n"},
+        // A value replaced at its own tick is kept aside as bytes; the chunk gets the last one.
+        {"00 B0 07 10 00 07 20 00 D0 05 01 D0 06 00 FF2F00", "ch0: 0/cc7=32 0/type7 1/type7 0/side1:3 end1\n"},
         // No end-of-track: the track ends at its last event. An empty track still counts.
         {"05 FF 01 00", "ch0: 5/side0:0 end5\n"},
         {"00 FF2F00", "ch0: end0\n"},

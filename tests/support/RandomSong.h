@@ -8,6 +8,7 @@
 #include <random>
 #include <tuple>
 
+#include "Mdie_SubStream.h"
 #include "Vela_Event.h"
 #include "Vela_SmfCodec.h"
 
@@ -52,20 +53,24 @@ inline Vela_SmfSong Make(std::mt19937& ioRandom, int iMaxNotes = 40) {
             track.mEndTick = tick(length);
             // Track k of a file track starts at tick k with an event, so the tracks are read in order.
             const int from = piece;
+            // One value per sub-stream and tick (the reader keeps the ones a later value replaces aside).
+            auto addValue = [&](int iWhen, const Vela_Event& iEvent) {
+                const bool taken = std::any_of(track.mEvents.begin(), track.mEvents.end(), [&](const Mdie_TimedEvent& iE) {
+                    return iE.GetEvent().GetType() == iEvent.GetType() && iE.GetTime() == at(iWhen) &&
+                           Mdie_SubStream(iE.GetEvent()).GetIndex() == Mdie_SubStream(iEvent).GetIndex();
+                });
+                if (!taken) track.mEvents.emplace_back(at(iWhen), iEvent);
+            };
             if (!conductor && piece == 0) track.mEvents.emplace_back(at(0), Vela_ProgramEvent(int8_t(Pick(ioRandom, 0, 127)), 0));
-            if (piece > 0) track.mEvents.emplace_back(at(piece), Vela_ControllerEvent(7, int8_t(Pick(ioRandom, 0, 127))));
+            if (piece > 0) addValue(piece, Vela_ControllerEvent(7, int8_t(Pick(ioRandom, 0, 127))));
             for (int i = conductor ? 0 : Pick(ioRandom, 0, 15); i > 0; --i) {
                 const int when = Pick(ioRandom, from, length);
                 switch (Pick(ioRandom, 0, 5)) {
-                    case 0: track.mEvents.emplace_back(at(when), Vela_ControllerEvent(int8_t(Pick(ioRandom, 0, 3) == 0 ? 64 : Pick(ioRandom, 1, 31)), int8_t(Pick(ioRandom, 0, 127)))); break;
-                    case 1: track.mEvents.emplace_back(at(when), Vela_PitchBendEvent(int16_t(Pick(ioRandom, -8192, 8191)))); break;
-                    case 2: track.mEvents.emplace_back(at(when), Vela_MonoPressureEvent(int8_t(Pick(ioRandom, 0, 127)))); break;
-                    case 3: track.mEvents.emplace_back(at(when), Vela_PolyPressureEvent(int8_t(Pick(ioRandom, 0, 127)), int8_t(Pick(ioRandom, 0, 127)))); break;
-                    case 4: {  // one program per channel and tick, any parts enabled but not none
-                        const bool taken = std::any_of(track.mEvents.begin(), track.mEvents.end(), [&](const Mdie_TimedEvent& iE) {
-                            return iE.GetEvent().GetType() == Vela_Event::kProgram && iE.GetTime() == at(when);
-                        });
-                        if (taken) break;
+                    case 0: addValue(when, Vela_ControllerEvent(int8_t(Pick(ioRandom, 0, 3) == 0 ? 64 : Pick(ioRandom, 1, 31)), int8_t(Pick(ioRandom, 0, 127)))); break;
+                    case 1: addValue(when, Vela_PitchBendEvent(int16_t(Pick(ioRandom, -8192, 8191)))); break;
+                    case 2: addValue(when, Vela_MonoPressureEvent(int8_t(Pick(ioRandom, 0, 127)))); break;
+                    case 3: addValue(when, Vela_PolyPressureEvent(int8_t(Pick(ioRandom, 0, 127)), int8_t(Pick(ioRandom, 0, 127)))); break;
+                    case 4: {  // any parts enabled but not none
                         Vela_ProgramEvent program(int8_t(Pick(ioRandom, 0, 127)), int16_t(Pick(ioRandom, 0, 0x3FFF)));
                         const int parts = Pick(ioRandom, 1, 7);
                         // A disabled part is never sent, so its value reads back as 0.
@@ -75,11 +80,11 @@ inline Vela_SmfSong Make(std::mt19937& ioRandom, int iMaxNotes = 40) {
                         program.SetProgramEnable(parts & 1);
                         program.SetMSBBankEnable(parts & 2);
                         program.SetLSBBankEnable(parts & 4);
-                        track.mEvents.emplace_back(at(when), program);
+                        addValue(when, program);
                         break;
                     }
                     default:
-                        track.mSide.push_back({tick(when), Vela_SmfSideEvent::kChannelMode, 0,
+                        track.mSide.push_back({tick(when), Vela_SmfSideEvent::kChannelMessage, 0,
                                                {char(0xB0 | track.mChannel), char(Pick(ioRandom, 120, 127)), 0}});
                 }
             }
