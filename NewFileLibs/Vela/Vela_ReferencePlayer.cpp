@@ -3,7 +3,18 @@
 #include <algorithm>
 #include <utility>
 
+#include "Vela_EventStream.h"
 #include "Vela_ExtendedEventList.h"
+#include "Vela_NoteList.h"
+
+namespace {
+
+bool IsEmpty(const Vela_Chunk& iChunk) {
+    return iChunk.GetNoteList()->GetNumNotes() == 0 && iChunk.GetContinuousList().GetSize() == 0 &&
+           iChunk.GetEventStream()->Size() == 0;
+}
+
+}  // namespace
 
 struct Vela_ReferencePlayer::TrackPlayer {
     TrackPlayer(const Vela_SongTrack& iTrack, const Mdie_ChaseTrackerMap& iMap)
@@ -45,7 +56,9 @@ private:
 
 Vela_ReferencePlayer::Vela_ReferencePlayer(const Vela_Song& iSong, Vela_PlayerOutput& iOutput, int64_t iBlockTicks)
     : mSong(iSong), mOutput(iOutput), mBlockTicks(std::max<int64_t>(iBlockTicks, 1)), mEmitterP(new Emitter(mPending)) {
-    for (const Vela_SongTrack& track : mSong.mTracks) mTracks.push_back(std::make_unique<TrackPlayer>(track, mMap));
+    for (auto& channel : mHeld) channel.fill(-1);
+    for (const Vela_SongTrack& track : mSong.mTracks)
+        if (!IsEmpty(*track.mChunkP)) mTracks.push_back(std::make_unique<TrackPlayer>(track, mMap));
 }
 
 Vela_ReferencePlayer::~Vela_ReferencePlayer() = default;
@@ -160,6 +173,22 @@ void Vela_ReferencePlayer::Flush() {
     std::stable_sort(mPending.begin(), mPending.end(),
                      [](const Message& iA, const Message& iB) { return iA.mOutputTick < iB.mOutputTick; });
     for (const Message& message : mPending)
-        mOutput.Send(message.mOutputTick, message.mSongTick, message.mBytes.data(), static_cast<int>(message.mBytes.size()));
+        if (!Repeats(message.mBytes))
+            mOutput.Send(message.mOutputTick, message.mSongTick, message.mBytes.data(), static_cast<int>(message.mBytes.size()));
     mPending.clear();
+}
+
+bool Vela_ReferencePlayer::Repeats(const std::vector<unsigned char>& iBytes) {
+    const unsigned kind = iBytes[0] >> 4;
+    int slot = -1;
+    if (kind == 0xB && iBytes.size() == 3) slot = iBytes[1];
+    else if (kind == 0xC) slot = kProgramSlot;
+    else if (kind == 0xD) slot = kPressureSlot;
+    else if (kind == 0xE && iBytes.size() == 3) slot = kBendSlot;
+    if (slot < 0) return false;
+    const int value = iBytes.size() == 3 && kind != 0xB ? iBytes[1] | (iBytes[2] << 7) : iBytes.back();
+    int& held = mHeld[iBytes[0] & 0x0F][slot];
+    if (held == value) return true;
+    held = value;
+    return false;
 }

@@ -20,6 +20,10 @@
 //  - Stop releases every sounding note, then releases the tracker (sustain up, pitch bend
 //    centred, channel pressure 0; the tracker's release also sends its first entry's rest,
 //    controller 1 = 0).
+// Tracks whose chunk holds nothing are left out (they would only send rest values), and a
+// message that sets a controller, program, channel pressure or pitch bend to the value the
+// output already holds is not sent: the tracker's hand-over and release send some values again
+// (they begin with the map's first entry, controller 1, whether it is in use or not).
 // Times: song positions and the output clock are library ticks; the output clock starts at 0,
 // never goes back, and advances with Run whether playing or not. Messages of one block reach
 // the output in time order; at one time, in the order they were made (tracks in song order).
@@ -30,6 +34,7 @@
 // change while a player uses it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -83,6 +88,8 @@ private:
     void PlayBlock(int64_t iStart, int64_t iEnd);
     void SendNoteOffs(TrackPlayer& ioTrack, int64_t iBlockStart, int64_t iUntil, bool iInclusive);
     void Flush();
+    // True when the message would set a value the output already holds (remembering it if not).
+    bool Repeats(const std::vector<unsigned char>& iBytes);
 
     const Vela_Song& mSong;
     Vela_PlayerOutput& mOutput;
@@ -98,4 +105,6 @@ private:
     int64_t mOutputTime = 0;
     int64_t mLoopStart = 0;
     int64_t mLoopEnd = 0;
+    static constexpr int kProgramSlot = 128, kPressureSlot = 129, kBendSlot = 130;
+    std::array<std::array<int, 131>, 16> mHeld;  // per channel: controllers, program, pressure, bend; -1 unknown
 };

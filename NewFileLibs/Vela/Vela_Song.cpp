@@ -59,8 +59,12 @@ std::vector<Mdie_TimedEvent> Vela_Song::GetEvents(const Vela_SongTrack& iTrack) 
     iTrack.mChunkP->GetMidiEventsInRange(&output, Time_TypedLength(0, kTime_Ticks), Time_Typed::MinTime(kTime_Ticks),
                                          Time_Typed::MaxTime(kTime_Ticks), false, nullptr, nullptr, kNoteOffNone);
     std::vector<Mdie_TimedEvent> events(list.begin(), list.end());
-    // The range query sorts by playback order only; a stable order of equals keeps output repeatable.
-    std::stable_sort(events.begin(), events.end(), Mdie_TimedEvent::PlaybackOrdering);
+    // The range query sorts by playback order only; ordering equals by their content makes the
+    // result (and so an exported file) the same however the chunk was filled.
+    std::stable_sort(events.begin(), events.end(), [](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) {
+        if (Mdie_TimedEvent::PlaybackOrdering(iA, iB)) return true;
+        return !Mdie_TimedEvent::PlaybackOrdering(iB, iA) && iA.GetEvent() < iB.GetEvent();
+    });
     return events;
 }
 
@@ -173,16 +177,35 @@ double Vela_Song::GetSeconds(int64_t iTick) const {
     return seconds + double(iTick - from) / Time_cTicksPerQuarter * tempo / 1e6;
 }
 
-double Vela_Song::GetBars(int64_t iTick) const {
-    double bars = 0;
-    int64_t from = 0;
-    double barTicks = 4.0 * Time_cTicksPerQuarter;
-    for (const auto& [tick, data] : Metas(kTimeSignatureMeta, 2)) {
-        if (tick >= iTick) break;
-        bars += double(tick - from) / barTicks;
-        from = tick;
+// Walks the time signatures until iStop says the wanted point lies in the current one; returns
+// the bars counted and the tick where that signature (of barTicks per bar) began.
+template <class TStop>
+static void WalkSignatures(const std::vector<std::pair<int64_t, std::string>>& iSignatures, TStop iStop, double& oBars,
+                           int64_t& oFrom, double& oBarTicks) {
+    oBars = 0;
+    oFrom = 0;
+    oBarTicks = 4.0 * Time_cTicksPerQuarter;
+    for (const auto& [tick, data] : iSignatures) {
+        const double barsThere = oBars + double(tick - oFrom) / oBarTicks;
+        if (iStop(tick, barsThere)) break;
+        oBars = barsThere;
+        oFrom = tick;
         const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
-        if (bytes[0] > 0 && bytes[1] < 8) barTicks = bytes[0] * 4.0 * Time_cTicksPerQuarter / double(1 << bytes[1]);
+        if (bytes[0] > 0 && bytes[1] < 8) oBarTicks = bytes[0] * 4.0 * Time_cTicksPerQuarter / double(1 << bytes[1]);
     }
+}
+
+double Vela_Song::GetBars(int64_t iTick) const {
+    double bars = 0, barTicks = 0;
+    int64_t from = 0;
+    WalkSignatures(Metas(kTimeSignatureMeta, 2), [&](int64_t iAt, double) { return iAt >= iTick; }, bars, from, barTicks);
     return bars + double(iTick - from) / barTicks;
+}
+
+int64_t Vela_Song::GetTickAtBars(double iBars) const {
+    double bars = 0, barTicks = 0;
+    int64_t from = 0;
+    WalkSignatures(Metas(kTimeSignatureMeta, 2), [&](int64_t, double iBarsThere) { return iBarsThere >= iBars; }, bars, from,
+                   barTicks);
+    return from + static_cast<int64_t>((iBars - bars) * barTicks + 0.5);
 }

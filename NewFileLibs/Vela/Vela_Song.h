@@ -47,7 +47,7 @@ public:
     void StreamOut(Sys_TypedOutStream& iStream) const;
     static Vela_Song StreamIn(Sys_TypedInStream& iStream);
 
-    // Every event of a track's chunk, in playback order.
+    // Every event of a track's chunk, in playback order, equals ordered by their content.
     static std::vector<Mdie_TimedEvent> GetEvents(const Vela_SongTrack& iTrack);
 
     // The latest track end, in library ticks.
@@ -57,6 +57,8 @@ public:
     // Bars from the start to iTick (0-based, fractional), through the time-signature metas
     // (4/4 until the first).
     double GetBars(int64_t iTick) const;
+    // The tick at which iBars bars (0-based, fractional) have passed: GetBars' inverse.
+    int64_t GetTickAtBars(double iBars) const;
 
     int mDivision = 960;
     std::vector<Vela_SongTrack> mTracks;

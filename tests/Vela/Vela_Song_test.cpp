@@ -97,6 +97,8 @@ TEST(Song, SecondsAndBarsFollowTheMetas) {
     EXPECT_DOUBLE_EQ(song.GetSeconds(5 * q), 4.0);
     EXPECT_DOUBLE_EQ(song.GetBars(4 * q), 1.0);
     EXPECT_DOUBLE_EQ(song.GetBars(10 * q), 3.0);
+    for (int64_t tick : {int64_t(0), 3 * q, 4 * q, 10 * q + 7})
+        EXPECT_EQ(song.GetTickAtBars(song.GetBars(tick)), tick);
 }
 
 // midicsv's listing as one sorted list per track and tick: orders at one tick, running status
