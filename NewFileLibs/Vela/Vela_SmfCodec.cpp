@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <deque>
 #include <tuple>
 
 #include "Mdie_SubStream.h"
@@ -330,7 +329,7 @@ private:
             return;
         }
         End(open.front(), iVelocity);
-        open.pop_front();
+        open.erase(open.begin());
     }
     void End(const OpenNote& iNote, int8_t iVelocity) {
         Mdie_TimedEvent& timed = Track(iNote.mTrack).mEvents[iNote.mEvent];
@@ -354,7 +353,8 @@ private:
     std::array<int, kNumChannels> mChannelTrack{};
     std::array<int64_t, kNumChannels> mProgramTick{};
     std::array<size_t, kNumChannels> mProgramEvent{};
-    std::array<std::deque<OpenNote>, kNumChannels * kNumPitches> mOpen;
+    // Sounding notes per channel and pitch, oldest first (vectors: empty ones cost nothing).
+    std::array<std::vector<OpenNote>, kNumChannels * kNumPitches> mOpen;
 };
 
 void AddTrackItems(const Vela_SmfTrack& iTrack, std::vector<Item>& ioItems) {
