@@ -13,6 +13,7 @@ namespace {
 constexpr int kNumChannels = 16;
 constexpr int kNumPitches = 128;
 constexpr int8_t kNeutralReleaseVelocity = 64;
+constexpr int64_t kMaxDelta = 0x0FFFFFFF;  // the largest four-byte variable-length number
 
 std::string Hex(unsigned iByte) {
     char text[8];
@@ -151,6 +152,7 @@ public:
         bool ended = false;
         while (!mIn.AtEnd() && !ended) {
             mFileTick += mIn.Vlq("a delta time");
+            if (mFileTick > kTime_MaxCount / Time_cTicksPerQuarter) Fail(mIn.Offset(), "delta times add up past the library's time range");
             mTick = Vela_SmfCodec::ToLibraryTicks(mFileTick, mDivision);
             const unsigned first = mIn.U8("an event");
             if (first == 0xFF) ended = ReadMeta();
@@ -408,6 +410,10 @@ void WriteTrack(const std::vector<const Vela_SmfTrack*>& iTracks, int iDivision,
     int64_t fileTick = 0;
     auto put = [&](int64_t iTick, const std::vector<unsigned char>& iBytes) {
         const int64_t at = std::max(fileTick, Vela_SmfCodec::ToFileTicks(std::max<int64_t>(iTick, 0), iDivision));
+        for (; at - fileTick > kMaxDelta; fileTick += kMaxDelta) {  // a delta has at most 28 bits: bridge with empty texts
+            PutVlq(body, kMaxDelta);
+            body.insert(body.end(), {0xFF, 0x01, 0x00});
+        }
         PutVlq(body, static_cast<uint64_t>(at - fileTick));
         fileTick = at;
         body.insert(body.end(), iBytes.begin(), iBytes.end());
