@@ -98,15 +98,16 @@ public:
     size_t GetNumChunks() const { return mNumChunks; }
     // Address of record iIndex (< GetSize()).
     void* GetPtr(size_t iIndex) const;
-    // Sorted owners search by a leading key: the first kKeyBytes bytes of a record (all of it
-    // when shorter). The directory keeps a copy of the key of each chunk's first record, so a
-    // search reads one record chunk and no other. PartitionPoint answers the first index whose
-    // record is not "before", where iBefore(const void* key) holds for a prefix of the records
-    // and reads only the key bytes it is given. Allocates nothing. An owner that changes key
-    // bytes in place (through GetPtr or GetContiguous) calls RefreshKeys afterwards.
+    // The first index whose record is not "before", where iBefore(const void* record) holds for
+    // a prefix of the records (as std::partition_point): a binary search over the groups' and
+    // then the chunks' first records, then one within a chunk. Allocates nothing.
+    // With iByKey, iBefore reads only a record's leading key, its first kKeyBytes bytes (all of
+    // it when shorter), and the directory's copies of the chunks' first keys stand in for the
+    // first records: such a search reads one chunk of records and no other. An owner that
+    // changes key bytes in place (through GetPtr or GetContiguous) calls RefreshKeys afterwards.
     static constexpr size_t kKeyBytes = 16;
     template <class TBefore>
-    size_t PartitionPoint(TBefore iBefore) const;
+    size_t PartitionPoint(TBefore iBefore, bool iByKey = false) const;
     void RefreshKeys();
     // Address of record iIndex and, in *oCountP, how many records from it on are contiguous.
     void* GetContiguous(size_t iIndex, size_t* oCountP) const;
@@ -175,7 +176,7 @@ private:
 };
 
 template <class TBefore>
-size_t Cmn_ChunkyVecImpl::PartitionPoint(TBefore iBefore) const {
+size_t Cmn_ChunkyVecImpl::PartitionPoint(TBefore iBefore, bool iByKey) const {
     // The number of leading elements of iRange whose key is before.
     const auto countBefore = [&iBefore](const auto& iRange, size_t iFrom, size_t iSize, auto iKey) {
         size_t low = iFrom;
@@ -189,10 +190,14 @@ size_t Cmn_ChunkyVecImpl::PartitionPoint(TBefore iBefore) const {
         }
         return low;
     };
-    const size_t group = countBefore(mGroups, 0, mGroups.size(), [](const Group& iGroup) { return iGroup.mKey; });
+    const size_t group = countBefore(mGroups, 0, mGroups.size(), [iByKey](const Group& iGroup) {
+        return iByKey ? iGroup.mKey : iGroup.mChunks.front().mDataP;
+    });
     if (group == 0) return 0;
     const Group& g = mGroups[group - 1];
-    const size_t chunk = countBefore(g.mChunks, 1, g.mChunks.size(), [](const Chunk& iChunk) { return iChunk.mKey; }) - 1;
+    const size_t chunk = countBefore(g.mChunks, 1, g.mChunks.size(), [iByKey](const Chunk& iChunk) {
+        return iByKey ? iChunk.mKey : iChunk.mDataP;
+    }) - 1;
     size_t start = g.mStart;
     for (size_t i = 0; i < chunk; ++i) start += g.mChunks[i].mCount;
     const Chunk& c = g.mChunks[chunk];
@@ -269,15 +274,11 @@ public:
     const_iterator end() const { return const_iterator(mImpl.End()); }
 
     // The first position whose record fails iPred, for a predicate that holds on a prefix of the
-    // records (as std::partition_point) and reads only their leading kKeyBytes bytes: the
-    // directory's search by keys, handed records whose other bytes are zero. Never allocates.
+    // records (as std::partition_point): a binary search over the chunks' first records, then one
+    // within a chunk, so every probe is a plain memory read. Never allocates.
     template <class TPred>
     size_t PartitionPoint(TPred iPred) const {
-        return mImpl.PartitionPoint([&iPred](const void* iKeyP) {
-            T record{};
-            std::memcpy(static_cast<void*>(&record), iKeyP, std::min(sizeof(T), Cmn_ChunkyVecImpl::kKeyBytes));
-            return iPred(static_cast<const T&>(record));
-        });
+        return mImpl.PartitionPoint([&iPred](const void* iRecordP) { return iPred(*static_cast<const T*>(iRecordP)); });
     }
 
     void Insert(size_t iPos, size_t iCount, const T* iSourceP) { mImpl.Insert(iPos, iCount, iSourceP); }

@@ -33,11 +33,12 @@ static_assert(offsetof(Note, start) == 0 && sizeof(Time_Typed) <= Cmn_ChunkyVecI
 // The first index whose start is not "before" (iBefore is true on a prefix of the starts).
 template <class TBefore>
 size_t PartitionPoint(const NoteVector& iNotes, TBefore iBefore) {
-    return iNotes.GetImpl().PartitionPoint([&iBefore](const void* iKeyP) {
+    const auto byStart = [&iBefore](const void* iKeyP) {
         Time_Typed start;
         std::memcpy(&start, iKeyP, sizeof start);
         return iBefore(start);
-    });
+    };
+    return iNotes.GetImpl().PartitionPoint(byStart, true);
 }
 
 const Note& LastNote(const NoteVector& iNotes) { return iNotes[iNotes.GetSize() - 1]; }

@@ -191,7 +191,7 @@ TEST(Cmn_ChunkyPODVector, ManyGroupsKeepOrderAndTheKeySearchFindsItsBound) {
             const int wanted = static_cast<int>(random() % 8000);
             const auto before = [wanted](const void* iKeyP) { return static_cast<const Record*>(iKeyP)->mKey < wanted; };
             const auto expected = std::partition_point(model.begin(), model.end(), [wanted](const Record& iR) { return iR.mKey < wanted; });
-            ASSERT_EQ(vector.GetImpl().PartitionPoint(before), static_cast<size_t>(expected - model.begin())) << step;
+            ASSERT_EQ(vector.GetImpl().PartitionPoint(before, true), static_cast<size_t>(expected - model.begin())) << step;
         }
         ExpectRunsTile(vector);
     }
