@@ -48,5 +48,8 @@
 #include "Vela_N10n.h"
 #include "Vela_NoteList.h"
 #include "Vela_NoteListBase_Note.h"
+#include "Vela_ReferencePlayer.h"
 #include "Vela_ScrubList.h"
+#include "Vela_SmfCodec.h"
+#include "Vela_Song.h"
 #include "Vela_Trace.h"
