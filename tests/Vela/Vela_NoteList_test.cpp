@@ -160,9 +160,12 @@ void RunAgainstOracle(Time_EType iKind, int64_t iThreshold, uint64_t iSeed, bool
             list.ChangeNote(changed.start, Vela_NoteListBase::NoteOf(changed), Vela_NoteListBase::NoteOf(wanted));
             changed = wanted;
         }
+        // Whole-list comparisons cost O(n) each: every step while the list is small, then every
+        // few steps (a divergence persists, so it is still caught close to the step that made it).
+        if (step >= 300 && step % 16 != 0 && op != 19) continue;
         ASSERT_EQ(Keys(list), Keys(oracle)) << "step " << step << " op " << op;
         ASSERT_EQ(Keys(*list.GetLongNoteList()), RebuiltLong(list)) << "step " << step << " op " << op;
-        if (step % 500 == 499) CheckQueries(list, oracle, random, span, iKind);
+        if (step % 496 == 0) CheckQueries(list, oracle, random, span, iKind);
     }
 }
 
