@@ -2,7 +2,8 @@
 # Installs what the build needs from Debian's packages; does nothing when all is there.
 # Usage: scripts/install-deps.sh [more packages...]
 set -euo pipefail
-packages=(g++ cmake make libboost-dev libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev libasound2-dev "$@")
+packages=(g++ cmake make pkg-config libboost-dev libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev libasound2-dev
+  jackd2 libjack-jackd2-dev libfluidsynth-dev timgm6mb-soundfont "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

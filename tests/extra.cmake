@@ -31,3 +31,14 @@ if(TARGET vela_soak)
   endif()
   add_test(NAME Soak_smoke COMMAND vela_soak 3 --warmup 1 ${vela_soak_limit})
 endif()
+
+# The audio outputs: the JACK test starts its own server, so each test has a time limit in
+# case a server or client hangs.
+if(TARGET tools_Vela_Audio_test)
+  if(TARGET vela_audio)
+    target_link_libraries(tools_Vela_Audio_test PRIVATE vela_audio)
+    gtest_discover_tests(tools_Vela_Audio_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60)
+  else()
+    set_target_properties(tools_Vela_Audio_test PROPERTIES EXCLUDE_FROM_ALL ON)
+  endif()
+endif()
