@@ -42,3 +42,24 @@ if(TARGET tools_Vela_Audio_test)
     set_target_properties(tools_Vela_Audio_test PROPERTIES EXCLUDE_FROM_ALL ON)
   endif()
 endif()
+
+# The command-line tool end to end: the demo writes its files; each command runs on them and a
+# damaged file gives one line on stderr and exit status 1, a bad command line status 2.
+if(TARGET vela_tool)
+  set(vela_tool_dir ${CMAKE_CURRENT_BINARY_DIR}/vela_tool_test)
+  file(MAKE_DIRECTORY ${vela_tool_dir})
+  add_test(NAME VelaTool.DemoAndCommands WORKING_DIRECTORY ${vela_tool_dir} COMMAND sh -ec "
+    vela=$<TARGET_FILE:vela_tool>
+    \$vela > demo.txt && test -s demo.mid && test -s demo-roll.svg
+    \$vela import demo.mid -o demo.vela && \$vela export demo.vela -o again.mid
+    \$vela export again.mid -o again2.mid && cmp again.mid again2.mid
+    \$vela info demo.vela | grep -q '172 notes'
+    \$vela dump demo.vela --xml | grep -q MIDI_Chunk
+    \$vela play demo.vela --from 2 --to 3 --loop 2..2.5 --locate 6 --no-restrike | grep -q NoteOn
+    \$vela play demo.mid -o played.mid > /dev/null && test -s played.mid
+    \$vela roll demo.mid --from 2 --to 4 -o roll.svg > /dev/null && grep -q '</svg>' roll.svg
+    head -c 30 demo.mid > cut.mid
+    if \$vela info cut.mid 2> error.txt; then exit 1; else test \$? -eq 1; fi
+    test \$(wc -l < error.txt) -eq 1 && grep -q 'cut.mid: byte' error.txt
+    if \$vela play demo.mid --from x 2> /dev/null; then exit 1; else test \$? -eq 2; fi")
+endif()

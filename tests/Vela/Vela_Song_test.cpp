@@ -1,0 +1,160 @@
+// Songs: random songs keep every event through chunks and the document file; damaged documents
+// throw and never crash; real files survive import and export as Debian's midicsv lists them;
+// seconds and bars follow the tempo and time-signature metas.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "Cmn_Exception.h"
+#include "RandomSong.h"
+#include "Sys_TypedStream.h"
+#include "Vela_Song.h"
+
+namespace {
+
+// Each track's events as sorted text, so that orders of equal times do not matter.
+std::vector<std::vector<std::string>> Canonical(const Vela_SmfSong& iSong) {
+    std::vector<std::vector<std::string>> tracks;
+    for (const Vela_SmfTrack& track : iSong.mTracks) {
+        std::vector<std::string> lines;
+        for (const Mdie_TimedEvent& timed : track.mEvents) {
+            std::string line = std::to_string(timed.GetTime().AsInt64()) + " " + std::to_string(timed.GetEvent().GetType());
+            const Vela_Event& event = timed.GetEvent();
+            if (timed.IsNoteWithDurationEvent()) {
+                const auto& note = event.AsNoteWithDuration();
+                line += " " + std::to_string(note.GetPitch()) + " " + std::to_string(note.GetOnVelocity()) + " " +
+                        std::to_string(note.GetOffVelocity()) + " " + std::to_string(timed.GetDuration().AsInt64());
+            }
+            for (int m = 0; m < event.GetNumMessages(); ++m) {
+                std::vector<signed char> bytes(static_cast<size_t>(event.GetMessageLength(m)));
+                event.GetMessageData(bytes.data(), m);
+                for (signed char byte : bytes) line += " " + std::to_string(static_cast<unsigned char>(byte));
+            }
+            lines.push_back(line);
+        }
+        std::sort(lines.begin(), lines.end());
+        tracks.push_back(lines);
+    }
+    return tracks;
+}
+
+std::vector<uint8_t> Document(const Vela_Song& iSong) {
+    Sys_MemoryOutStream out;
+    iSong.StreamOut(out);
+    return out.GetBytes();
+}
+
+Vela_Song ReadDocument(const std::vector<uint8_t>& iBytes) {
+    Sys_MemoryInStream in(iBytes.data(), iBytes.size());
+    return Vela_Song::StreamIn(in);
+}
+
+TEST(Song, RandomSongsKeepEveryEventThroughChunksAndDocuments) {
+    for (unsigned seed = 1; seed <= 150; ++seed) {
+        std::mt19937 random(seed);
+        const Vela_SmfSong smf = random_song::Make(random);
+        const Vela_Song back = ReadDocument(Document(Vela_Song::FromSmf(smf)));
+        const Vela_SmfSong out = back.ToSmf();
+        ASSERT_EQ(Canonical(out), Canonical(smf)) << "seed " << seed;
+        ASSERT_EQ(out.mDivision, smf.mDivision);
+        for (size_t t = 0; t < smf.mTracks.size(); ++t) {
+            ASSERT_EQ(out.mTracks[t].mSide, smf.mTracks[t].mSide) << "seed " << seed;
+            ASSERT_EQ(out.mTracks[t].mEndTick, smf.mTracks[t].mEndTick);
+            ASSERT_EQ(out.mTracks[t].mChannel, smf.mTracks[t].mChannel);
+            ASSERT_EQ(out.mTracks[t].mFileTrack, smf.mTracks[t].mFileTrack);
+        }
+    }
+}
+
+TEST(Song, DamagedDocumentsThrowTheLibrarysErrors) {
+    std::mt19937 random(3);
+    const std::vector<uint8_t> good = Document(Vela_Song::FromSmf(random_song::Make(random, 12)));
+    for (int round = 0; round < 2000; ++round) {
+        std::vector<uint8_t> bytes = good;
+        if (round % 3 == 0) bytes.resize(static_cast<size_t>(random_song::Pick(random, 0, int(bytes.size()) - 1)));
+        else
+            for (int i = random_song::Pick(random, 1, 3); i > 0; --i)
+                bytes[static_cast<size_t>(random_song::Pick(random, 0, int(bytes.size()) - 1))] ^= static_cast<uint8_t>(random_song::Pick(random, 1, 255));
+        try {
+            ReadDocument(bytes);
+        } catch (const Cmn_Exception&) {
+        }
+    }
+}
+
+TEST(Song, SecondsAndBarsFollowTheMetas) {
+    Vela_SmfSong smf;
+    smf.mTracks.emplace_back();
+    const int64_t q = Time_cTicksPerQuarter;
+    smf.mTracks[0].mSide = {{2 * q, Vela_SmfSideEvent::kMeta, 0x51, std::string("\x0F\x42\x40", 3)},  // 60 BPM from beat 2
+                            {4 * q, Vela_SmfSideEvent::kMeta, 0x58, std::string("\x03\x02\x18\x08", 4)}};  // 3/4 from bar 1
+    const Vela_Song song = Vela_Song::FromSmf(smf);
+    EXPECT_DOUBLE_EQ(song.GetSeconds(2 * q), 1.0);
+    EXPECT_DOUBLE_EQ(song.GetSeconds(5 * q), 4.0);
+    EXPECT_DOUBLE_EQ(song.GetBars(4 * q), 1.0);
+    EXPECT_DOUBLE_EQ(song.GetBars(10 * q), 3.0);
+    for (int64_t tick : {int64_t(0), 3 * q, 4 * q, 10 * q + 7})
+        EXPECT_EQ(song.GetTickAtBars(song.GetBars(tick)), tick);
+}
+
+// midicsv's listing as one sorted list per track and tick: orders at one tick, running status
+// and the two forms of a note-off of velocity 64 do not count.
+std::map<std::pair<int, long>, std::vector<std::string>> Listing(const std::string& iPath) {
+    std::map<std::pair<int, long>, std::vector<std::string>> listing;
+    FILE* pipe = popen(("midicsv '" + iPath + "' 2>/dev/null").c_str(), "r");
+    char line[4096];
+    while (pipe && std::fgets(line, sizeof line, pipe)) {
+        int track = 0;
+        long tick = 0;
+        char rest[4096] = "";
+        if (std::sscanf(line, "%d, %ld, %4095[^\n]", &track, &tick, rest) != 3) continue;
+        std::string text = rest;
+        int channel = 0, pitch = 0, velocity = 0;
+        if (std::sscanf(rest, "Note_on_c, %d, %d, %d", &channel, &pitch, &velocity) == 3 && velocity == 0)
+            text = "Note_off_c, " + std::to_string(channel) + ", " + std::to_string(pitch) + ", 64";
+        if (text.rfind("Header", 0) == 0) text = text.substr(text.find(',', 8));  // the format may differ
+        listing[{track, tick}].push_back(text);
+    }
+    if (pipe) pclose(pipe);
+    for (auto& [where, lines] : listing) std::sort(lines.begin(), lines.end());
+    return listing;
+}
+
+std::vector<unsigned char> ReadFile(const std::string& iPath) {
+    FILE* file = std::fopen(iPath.c_str(), "rb");
+    std::vector<unsigned char> bytes;
+    int c;
+    while (file && (c = std::fgetc(file)) != EOF) bytes.push_back(static_cast<unsigned char>(c));
+    if (file) std::fclose(file);
+    return bytes;
+}
+
+TEST(Song, RealFilesSurviveImportAndExport) {
+    const std::filesystem::path folder = "/usr/share/planetblupi/music";
+    if (!std::filesystem::is_directory(folder) || std::system("midicsv -u >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "planetblupi-music-midi or midicsv is not installed (scripts/install-deps.sh installs both)";
+    const std::string exported = testing::TempDir() + "vela_roundtrip.mid";
+    int files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        const std::vector<unsigned char> original = ReadFile(entry.path().string());
+        const Vela_SmfSong smf = Vela_SmfCodec::Read(original.data(), original.size());
+        const Vela_SmfSong once = Vela_Song::FromSmf(smf).ToSmf();
+        const std::vector<unsigned char> bytes = Vela_SmfCodec::Write(once);
+        const Vela_SmfSong twice = Vela_Song::FromSmf(Vela_SmfCodec::Read(bytes.data(), bytes.size())).ToSmf();
+        EXPECT_EQ(Canonical(twice), Canonical(once)) << entry.path();
+        FILE* out = std::fopen(exported.c_str(), "wb");
+        ASSERT_TRUE(out);
+        std::fwrite(bytes.data(), 1, bytes.size(), out);
+        std::fclose(out);
+        EXPECT_EQ(Listing(exported), Listing(entry.path().string())) << entry.path();
+        ++files;
+    }
+    EXPECT_GT(files, 0);
+    std::remove(exported.c_str());
+}
+
+}  // namespace
