@@ -36,6 +36,9 @@ endif()
 # case a server or client hangs.
 if(TARGET tools_Vela_Audio_test)
   if(TARGET vela_audio)
+    # The render test plays the tool's demo song.
+    target_sources(tools_Vela_Audio_test PRIVATE ${PROJECT_SOURCE_DIR}/tools/vela/Demo.cpp)
+    target_include_directories(tools_Vela_Audio_test PRIVATE ${PROJECT_SOURCE_DIR}/tools/vela)
     target_link_libraries(tools_Vela_Audio_test PRIVATE vela_audio)
     gtest_discover_tests(tools_Vela_Audio_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60)
   else()

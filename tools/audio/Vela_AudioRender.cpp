@@ -62,7 +62,8 @@ bool Silent(const Vela_Audio& iAudio, size_t iFrames) {
 }
 }  // namespace
 
-Vela_Audio Vela_RenderAudio(Vela_BlockPlayer& ioPlayer, int64_t iFrames, const Vela_RenderOptions& iOptions) {
+Vela_Audio Vela_RenderAudio(Vela_BlockPlayer& ioPlayer, int64_t iFrames, const std::vector<Vela_AppliedCommand>& iCommands,
+                            const Vela_RenderOptions& iOptions) {
     const std::string font = iOptions.mSoundFont.empty() ? Vela_DefaultSoundFont() : iOptions.mSoundFont;
     struct stat info{};
     if (stat(font.c_str(), &info) != 0) throw std::runtime_error("soundfont not found: " + font);
@@ -82,37 +83,35 @@ Vela_Audio Vela_RenderAudio(Vela_BlockPlayer& ioPlayer, int64_t iFrames, const V
     audio.mSampleRate = iOptions.mSampleRate;
     audio.mSamples.reserve(static_cast<size_t>(2 * (iFrames + iOptions.mMaxTailSeconds * iOptions.mSampleRate)));
     Vela_MidiBlock block(1 << 14, 1 << 20);
-    auto playBlock = [&](int64_t iAt, uint32_t iCount) {
-        block.Clear();
-        ioPlayer.FillBlock(iAt, iCount, block);
+    auto render = [&](int64_t, uint32_t iCount, const Vela_MidiBlock& iBlock) {
         uint32_t done = 0;
-        for (size_t i = 0; i < block.GetSize(); ++i) {
-            const uint32_t frame = std::min(block.GetFrame(i), iCount);
+        for (size_t i = 0; i < iBlock.GetSize(); ++i) {
+            const uint32_t frame = std::min(iBlock.GetFrame(i), iCount);
             if (frame > done) Render(synth.get(), audio, frame - done);
             done = std::max(done, frame);
-            Play(synth.get(), block.GetBytes(i), block.GetLength(i));
+            Play(synth.get(), iBlock.GetBytes(i), iBlock.GetLength(i));
         }
         Render(synth.get(), audio, iCount - done);
     };
-    int64_t frame = 0;
-    for (; frame < iFrames; frame += iOptions.mBlockFrames)
-        playBlock(frame, static_cast<uint32_t>(std::min<int64_t>(iOptions.mBlockFrames, iFrames - frame)));
+    size_t next = 0;
+    Vela_PlayBlocks(ioPlayer, block, iCommands, next, 0, iFrames, iOptions.mBlockFrames, render);
     audio.mSongFrames = audio.GetFrames();
 
-    // The stop's messages go out with the first block of the tail.
-    ioPlayer.Apply({Vela_TransportCommand::eStop});
+    // The tail, a tenth of a second at a time, starts with the stop's messages.
+    const std::vector<Vela_AppliedCommand> stop = {{iFrames, {Vela_TransportCommand::eStop}}};
+    next = 0;
     const auto tailEnd = audio.mSongFrames + static_cast<int64_t>(iOptions.mMaxTailSeconds * iOptions.mSampleRate);
-    const size_t quiet = iOptions.mSampleRate / 10;
-    for (; audio.GetFrames() < tailEnd; frame += iOptions.mBlockFrames) {
-        playBlock(frame, static_cast<uint32_t>(std::min<int64_t>(iOptions.mBlockFrames, tailEnd - audio.GetFrames())));
-        if (audio.GetFrames() - audio.mSongFrames >= static_cast<int64_t>(quiet) && Silent(audio, quiet)) break;
+    const uint32_t quiet = iOptions.mSampleRate / 10;
+    for (int64_t frame = iFrames; frame < tailEnd; frame += quiet) {
+        Vela_PlayBlocks(ioPlayer, block, stop, next, frame, std::min<int64_t>(frame + quiet, tailEnd), iOptions.mBlockFrames, render);
+        if (Silent(audio, quiet)) break;
     }
     return audio;
 }
 
 #else
 
-Vela_Audio Vela_RenderAudio(Vela_BlockPlayer&, int64_t, const Vela_RenderOptions&) {
+Vela_Audio Vela_RenderAudio(Vela_BlockPlayer&, int64_t, const std::vector<Vela_AppliedCommand>&, const Vela_RenderOptions&) {
     throw std::runtime_error("this vela was built without fluidsynth (install libfluidsynth-dev and rebuild)");
 }
 

@@ -2,8 +2,9 @@
 // (fluidsynth with a General MIDI soundfont), a 16-bit stereo WAV writer, and the waveform
 // envelope (peak per window) with its picture.
 //
-// Vela_RenderAudio plays iFrames frames of the player in blocks of mBlockFrames, giving each
-// message to the synthesizer at its frame, then applies a stop and renders the release tail
+// Vela_RenderAudio plays iFrames frames of the player in blocks of mBlockFrames (applying
+// iCommands as Vela_PlayBlocks does), giving each message to the synthesizer at its frame,
+// then applies a stop and renders the release tail
 // until the output has been silent for a tenth of a second, at most mMaxTailSeconds. Without
 // fluidsynth at build time it throws. Errors (a soundfont that is missing or not a soundfont)
 // throw std::runtime_error with a one-line message. Not real-time: runs on the caller's thread.
@@ -33,7 +34,8 @@ struct Vela_Audio {
 // The General MIDI soundfont of the timgm6mb-soundfont package.
 const char* Vela_DefaultSoundFont();
 
-Vela_Audio Vela_RenderAudio(Vela_BlockPlayer& ioPlayer, int64_t iFrames, const Vela_RenderOptions& iOptions);
+Vela_Audio Vela_RenderAudio(Vela_BlockPlayer& ioPlayer, int64_t iFrames, const std::vector<Vela_AppliedCommand>& iCommands,
+                            const Vela_RenderOptions& iOptions);
 
 void Vela_WriteWav(const std::string& iPath, const Vela_Audio& iAudio);
 

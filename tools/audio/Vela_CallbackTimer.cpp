@@ -35,20 +35,26 @@ Vela_TimingSummary Vela_CallbackTimer::Summarize() const {
     return summary;
 }
 
-std::string Vela_CallbackTimer::Describe(const Vela_TimingSummary& iSummary, uint32_t iFrames, uint32_t iSampleRate) {
+std::string Vela_CallbackTimer::Describe(const char* iWhat, const Vela_TimingSummary& iSummary, uint32_t iFrames,
+                                         uint32_t iSampleRate) {
     const double budgetUs = iSampleRate ? 1e6 * iFrames / iSampleRate : 0;
     char text[256];
     std::snprintf(text, sizeof text,
-                  "callback time over %llu periods of %u frames: min %.1f us, median %.1f us, p99 %.1f us, max %.1f us; "
+                  "%s over %llu periods of %u frames: min %.1f us, median %.1f us, p99 %.1f us, max %.1f us; "
                   "budget %.0f us (p99 = %.2f%%)",
-                  static_cast<unsigned long long>(iSummary.mCount), iFrames, iSummary.mMinNs / 1e3, iSummary.mMedianNs / 1e3,
+                  iWhat, static_cast<unsigned long long>(iSummary.mCount), iFrames, iSummary.mMinNs / 1e3, iSummary.mMedianNs / 1e3,
                   iSummary.mP99Ns / 1e3, iSummary.mMaxNs / 1e3, budgetUs,
                   budgetUs > 0 ? 100.0 * (iSummary.mP99Ns / 1e3) / budgetUs : 0.0);
     return text;
 }
 
-uint64_t Vela_CallbackTimer::Now() {
+namespace {
+uint64_t Clock(clockid_t iClock) {
     timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    clock_gettime(iClock, &now);
     return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
 }
+}  // namespace
+
+uint64_t Vela_CallbackTimer::Now() { return Clock(CLOCK_MONOTONIC); }
+uint64_t Vela_CallbackTimer::ThreadNow() { return Clock(CLOCK_THREAD_CPUTIME_ID); }

@@ -26,12 +26,15 @@ public:
     void Record(uint64_t iNanoseconds);
     // Nearest-rank percentiles over the stored samples.
     Vela_TimingSummary Summarize() const;
-    // "callback time over N periods of F frames: min .. us, median .. us, p99 .. us, max .. us;
+    // "<iWhat> over N periods of F frames: min .. us, median .. us, p99 .. us, max .. us;
     // budget B us (p99 = P%)"
-    static std::string Describe(const Vela_TimingSummary& iSummary, uint32_t iFrames, uint32_t iSampleRate);
+    static std::string Describe(const char* iWhat, const Vela_TimingSummary& iSummary, uint32_t iFrames, uint32_t iSampleRate);
 
     // Monotonic clock in nanoseconds (real-time safe).
     static uint64_t Now();
+    // CPU time of the calling thread in nanoseconds (real-time safe): unlike the wall clock it
+    // leaves out time the thread was preempted, which on a loaded machine dominates the tail.
+    static uint64_t ThreadNow();
 
 private:
     std::vector<uint64_t> mSamples;

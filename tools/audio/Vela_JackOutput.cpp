@@ -53,7 +53,8 @@ Vela_JackOutput::Vela_JackOutput(Vela_BlockPlayer& iPlayer, const Vela_JackOptio
       mClientP(std::make_unique<Client>()),
       mApplied(1024),
       mBlock(iOptions.mMaxMessages, iOptions.mMaxBytes),
-      mTimer(iOptions.mMaxTimings) {
+      mTimer(iOptions.mMaxTimings),
+      mCpuTimer(iOptions.mMaxTimings) {
     mClientP->mClientP = OpenClient(iOptions);
     mClientP->mPortP = RegisterPort(mClientP->mClientP, "out", JackPortIsOutput);
     jack_set_process_callback(mClientP->mClientP, &Vela_JackOutput::Process, this);
@@ -90,17 +91,18 @@ void Vela_JackOutput::RunPeriod(uint32_t iFrames) {
     const uint64_t allocsBefore = mAllocProbe ? mAllocProbe() : 0;
     const uint64_t locksBefore = mLockProbe ? mLockProbe() : 0;
     const uint64_t start = Vela_CallbackTimer::Now();
+    const uint64_t cpuStart = Vela_CallbackTimer::ThreadNow();
     const int64_t frame = mFrames.load(std::memory_order_relaxed);
     if (frame == 0) mStartFrameTime = jack_last_frame_time(mClientP->mClientP);
 
+    mBlock.Clear();
     Vela_TransportCommand command;
     while (mQueue.Pop(command)) {
-        mPlayer.Apply(command);
+        mPlayer.Apply(command, mBlock);
         const size_t count = mAppliedCount.load(std::memory_order_relaxed);
         if (count < mApplied.size()) mApplied[count] = {frame, command};
         mAppliedCount.store(count + 1, std::memory_order_release);
     }
-    mBlock.Clear();
     mPlayer.FillBlock(frame, iFrames, mBlock);
 
     void* buffer = jack_port_get_buffer(mClientP->mPortP, iFrames);
@@ -113,6 +115,7 @@ void Vela_JackOutput::RunPeriod(uint32_t iFrames) {
     mFrames.store(frame + iFrames, std::memory_order_release);
 
     mTimer.Record(Vela_CallbackTimer::Now() - start);
+    mCpuTimer.Record(Vela_CallbackTimer::ThreadNow() - cpuStart);
     if (mAllocProbe) mAllocations.fetch_add(mAllocProbe() - allocsBefore, std::memory_order_relaxed);
     if (mLockProbe) mLocks.fetch_add(mLockProbe() - locksBefore, std::memory_order_relaxed);
 }
@@ -186,7 +189,8 @@ struct Vela_JackCapture::Client {};
 
 static const char* const kNoJack = "this vela was built without JACK (install libjack-jackd2-dev and rebuild)";
 
-Vela_JackOutput::Vela_JackOutput(Vela_BlockPlayer& iPlayer, const Vela_JackOptions&) : mPlayer(iPlayer), mBlock(0, 0), mTimer(0) {
+Vela_JackOutput::Vela_JackOutput(Vela_BlockPlayer& iPlayer, const Vela_JackOptions&)
+    : mPlayer(iPlayer), mBlock(0, 0), mTimer(0), mCpuTimer(0) {
     Fail(kNoJack);
 }
 Vela_JackOutput::~Vela_JackOutput() = default;
@@ -221,4 +225,9 @@ void Vela_JackOutput::Send(const Vela_TransportCommand& iCommand) {
 std::vector<Vela_AppliedCommand> Vela_JackOutput::GetAppliedCommands() const {
     const size_t count = std::min(mAppliedCount.load(std::memory_order_acquire), mApplied.size());
     return {mApplied.begin(), mApplied.begin() + static_cast<ptrdiff_t>(count)};
+}
+
+std::string Vela_JackOutput::DescribeTimes() const {
+    return Vela_CallbackTimer::Describe("callback wall time", mTimer.Summarize(), GetPeriod(), GetSampleRate()) + "\n" +
+           Vela_CallbackTimer::Describe("callback CPU time", mCpuTimer.Summarize(), GetPeriod(), GetSampleRate());
 }

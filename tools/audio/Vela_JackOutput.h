@@ -5,7 +5,7 @@
 // that period's block is filled. Finish sends a stop, waits until the callback has played it
 // (so every note is released and sustain and pitch bend are at rest) and only then
 // deactivates. The callback allocates nothing and takes no lock; its time per period is
-// recorded (Vela_CallbackTimer).
+// recorded (Vela_CallbackTimer), as wall-clock time and as the thread's CPU time.
 //
 // Vela_JackCapture is the other end: a client with one MIDI input port that records what
 // reaches it with the server's frame time, for checking an output from outside.
@@ -30,12 +30,6 @@ struct Vela_JackOptions {
     size_t mMaxMessages = 8192;   // per period
     size_t mMaxBytes = 1 << 18;   // per period
     size_t mMaxTimings = 1 << 20; // callbacks kept for the timing percentiles
-};
-
-// A command as the callback applied it: the output frame of the block it came before.
-struct Vela_AppliedCommand {
-    int64_t mFrame;
-    Vela_TransportCommand mCommand;
 };
 
 class Vela_JackOutput {
@@ -68,6 +62,9 @@ public:
     // Commands in the order applied (read after Finish).
     std::vector<Vela_AppliedCommand> GetAppliedCommands() const;
     const Vela_CallbackTimer& GetTimer() const { return mTimer; }
+    const Vela_CallbackTimer& GetCpuTimer() const { return mCpuTimer; }
+    // Both timers' summaries, one line each.
+    std::string DescribeTimes() const;
     uint64_t GetAllocations() const { return mAllocations.load(); }
     uint64_t GetLocks() const { return mLocks.load(); }
     // Messages the block or the port refused.
@@ -85,6 +82,7 @@ private:
     std::atomic<size_t> mAppliedCount{0};
     Vela_MidiBlock mBlock;
     Vela_CallbackTimer mTimer;
+    Vela_CallbackTimer mCpuTimer;
     Probe mAllocProbe = nullptr;
     Probe mLockProbe = nullptr;
     std::atomic<uint64_t> mAllocations{0};

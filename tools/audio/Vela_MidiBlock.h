@@ -9,6 +9,7 @@
 // fit is dropped and counted.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -55,10 +56,33 @@ struct Vela_TransportCommand {
 class Vela_BlockPlayer {
 public:
     virtual ~Vela_BlockPlayer() = default;
-    // Applies a command; its messages (a stop's note-offs, a locate's chase) go out with the
-    // next block.
-    virtual void Apply(const Vela_TransportCommand& iCommand) = 0;
+    // Applies a command before the block that follows; the messages it makes at once (a stop's
+    // note-offs, a locate's chase) go into ioBlock, that block, at frame 0.
+    virtual void Apply(const Vela_TransportCommand& iCommand, Vela_MidiBlock& ioBlock) = 0;
     // The messages of frames [iFrame, iFrame + iFrames) of the output clock (frames since the
     // output started), at offsets below iFrames.
     virtual void FillBlock(int64_t iFrame, uint32_t iFrames, Vela_MidiBlock& ioBlock) = 0;
 };
+
+// A command at an output frame: for a schedule, applied before the block that holds that frame;
+// as a real-time output reports it, the first frame of the block it was applied before.
+struct Vela_AppliedCommand {
+    int64_t mFrame;
+    Vela_TransportCommand mCommand;
+};
+
+// Plays output frames [iFrom, iTo) in blocks of iBlockFrames as a real-time output does: before
+// each block the commands from ioNext on whose frame lies before the block's end, then the
+// block, handed to iOnBlock(firstFrame, frameCount, block).
+template <typename OnBlock>
+void Vela_PlayBlocks(Vela_BlockPlayer& ioPlayer, Vela_MidiBlock& ioBlock, const std::vector<Vela_AppliedCommand>& iCommands,
+                     size_t& ioNext, int64_t iFrom, int64_t iTo, uint32_t iBlockFrames, OnBlock&& iOnBlock) {
+    for (int64_t frame = iFrom; frame < iTo; frame += iBlockFrames) {
+        const auto count = static_cast<uint32_t>(std::min<int64_t>(iBlockFrames, iTo - frame));
+        ioBlock.Clear();
+        for (; ioNext < iCommands.size() && iCommands[ioNext].mFrame < frame + count; ++ioNext)
+            ioPlayer.Apply(iCommands[ioNext].mCommand, ioBlock);
+        ioPlayer.FillBlock(frame, count, ioBlock);
+        iOnBlock(frame, count, ioBlock);
+    }
+}
