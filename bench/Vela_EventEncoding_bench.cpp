@@ -1,8 +1,8 @@
 // W2: 10^7 generated events, built beforehand in each encoder's own event value, encoded to
 // wire bytes in one preallocated buffer (status OR channel, no running status), and the
-// output checked byte for byte against the workload's hash. Beside the library's message
-// interface: the plain encoder the checksum is defined by and, when installed, ALSA's
-// snd_midi_event_decode (which has no note-off rule, hence its own hash).
+// output checked byte for byte against the workload's hash. Beside the library's two paths
+// (one call per event, and the message interface): the plain encoder the checksum is defined
+// by and, when installed, ALSA's snd_midi_event_decode (no note-off rule, hence its own hash).
 #include <benchmark/benchmark.h>
 
 #include <vector>
@@ -74,7 +74,19 @@ const VelaInput& Input() {
     return sInput;
 }
 
-// The general path an output port takes: the message count, then each message's length and
+// The one-call path: each event's whole wire form, channel included.
+void W2_VelaEncode(benchmark::State& ioState) {
+    const VelaInput& input = Input();
+    RunW2(ioState, wl::kW2Hash, {.mTarget = 75e6, .mPeer = "W2_AlsaDecode", .mPeerRatio = 1.2}, [&](unsigned char* oOut) {
+        auto* outP = reinterpret_cast<signed char*>(oOut);
+        for (size_t e = 0; e < input.mEvents.size(); ++e)
+            outP += input.mEvents[e].WriteMessages(outP, wl::kW2MaxBytesPerEvent, input.mChannels[e]);
+        return static_cast<size_t>(outP - reinterpret_cast<signed char*>(oOut));
+    });
+}
+BENCHMARK(W2_VelaEncode)->Iterations(1)->Repetitions(5)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The message-by-message path an output port takes: the message count, then each message's length and
 // bytes, with the channel ORed into the status of channel messages.
 void W2_VelaEncodeMessages(benchmark::State& ioState) {
     const VelaInput& input = Input();
@@ -116,56 +128,49 @@ struct AlsaInput {
     std::vector<unsigned char> mSysexBytes;
 };
 
+// One event in ALSA's form; a sysex's framed bytes are appended to ioSysexBytes.
+snd_seq_event_t AlsaEvent(const wl::W2Event& iFrom, std::vector<unsigned char>& ioSysexBytes) {
+    constexpr snd_seq_event_type_t kTypes[] = {  // by wl::W2Kind
+        SND_SEQ_EVENT_NOTEON,    SND_SEQ_EVENT_NOTEOFF,   SND_SEQ_EVENT_CONTROLLER, SND_SEQ_EVENT_PITCHBEND,
+        SND_SEQ_EVENT_PGMCHANGE, SND_SEQ_EVENT_CHANPRESS, SND_SEQ_EVENT_KEYPRESS,   SND_SEQ_EVENT_SYSEX};
+    snd_seq_event_t to{};
+    to.type = kTypes[static_cast<int>(iFrom.mKind)];
+    switch (iFrom.mKind) {
+        case wl::W2Kind::kNoteOn:
+        case wl::W2Kind::kNoteOff:
+        case wl::W2Kind::kPolyPressure:
+            to.data.note.channel = iFrom.mChannel;
+            to.data.note.note = iFrom.mData1;
+            to.data.note.velocity = iFrom.mData2;
+            break;
+        case wl::W2Kind::kSysex:
+            to.flags = SND_SEQ_EVENT_LENGTH_VARIABLE;
+            to.data.ext.len = iFrom.mSysexLength + 2u;
+            to.data.ext.ptr = ioSysexBytes.data() + ioSysexBytes.size();
+            ioSysexBytes.push_back(0xF0);
+            ioSysexBytes.insert(ioSysexBytes.end(), iFrom.mSysex, iFrom.mSysex + iFrom.mSysexLength);
+            ioSysexBytes.push_back(0xF7);
+            break;
+        default:  // controller number and value; the bend; the program or pressure
+            to.data.control.channel = iFrom.mChannel;
+            to.data.control.param = iFrom.mData1;
+            to.data.control.value = iFrom.mKind == wl::W2Kind::kController  ? iFrom.mData2
+                                    : iFrom.mKind == wl::W2Kind::kPitchBend ? iFrom.mBend
+                                                                            : iFrom.mData1;
+            break;
+    }
+    return to;
+}
+
 const AlsaInput& AlsaEvents() {
     static const AlsaInput sInput = [] {
         AlsaInput input;
         const std::vector<wl::W2Event>& source = wl::W2Events();
         size_t sysexBytes = 0;
         for (const wl::W2Event& event : source) sysexBytes += event.mKind == wl::W2Kind::kSysex ? event.mSysexLength + 2u : 0u;
-        input.mSysexBytes.reserve(sysexBytes);  // no reallocation: events point into it
-        input.mEvents.resize(source.size());
-        for (size_t e = 0; e < source.size(); ++e) {
-            const wl::W2Event& from = source[e];
-            snd_seq_event_t& to = input.mEvents[e];
-            to = snd_seq_event_t{};
-            to.data.note.channel = from.mChannel;  // the same byte as data.control.channel
-            to.data.note.note = from.mData1;
-            to.data.note.velocity = from.mData2;
-            to.data.control.channel = from.mChannel;
-            switch (from.mKind) {
-                case wl::W2Kind::kNoteOn: to.type = SND_SEQ_EVENT_NOTEON; break;
-                case wl::W2Kind::kNoteOff: to.type = SND_SEQ_EVENT_NOTEOFF; break;
-                case wl::W2Kind::kPolyPressure: to.type = SND_SEQ_EVENT_KEYPRESS; break;
-                case wl::W2Kind::kController:
-                    to.type = SND_SEQ_EVENT_CONTROLLER;
-                    to.data.control.param = from.mData1;
-                    to.data.control.value = from.mData2;
-                    break;
-                case wl::W2Kind::kPitchBend:
-                    to.type = SND_SEQ_EVENT_PITCHBEND;
-                    to.data.control.value = from.mBend;
-                    break;
-                case wl::W2Kind::kProgram:
-                    to.type = SND_SEQ_EVENT_PGMCHANGE;
-                    to.data.control.value = from.mData1;
-                    break;
-                case wl::W2Kind::kChannelPressure:
-                    to.type = SND_SEQ_EVENT_CHANPRESS;
-                    to.data.control.value = from.mData1;
-                    break;
-                case wl::W2Kind::kSysex: {
-                    const size_t at = input.mSysexBytes.size();
-                    input.mSysexBytes.push_back(0xF0);
-                    input.mSysexBytes.insert(input.mSysexBytes.end(), from.mSysex, from.mSysex + from.mSysexLength);
-                    input.mSysexBytes.push_back(0xF7);
-                    to.type = SND_SEQ_EVENT_SYSEX;
-                    to.flags = SND_SEQ_EVENT_LENGTH_VARIABLE;
-                    to.data.ext.len = from.mSysexLength + 2u;
-                    to.data.ext.ptr = input.mSysexBytes.data() + at;
-                    break;
-                }
-            }
-        }
+        input.mSysexBytes.reserve(sysexBytes);  // never reallocated: the events point into it
+        input.mEvents.reserve(source.size());
+        for (const wl::W2Event& event : source) input.mEvents.push_back(AlsaEvent(event, input.mSysexBytes));
         return input;
     }();
     return sInput;

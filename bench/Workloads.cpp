@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace wl {
 
@@ -11,6 +12,17 @@ void Require(bool iOk, const char* iWhat) {
     std::fprintf(stderr, "\n*** workload check failed: %s ***\n", iWhat);
     std::abort();
 }
+
+namespace {
+
+// iData once iCheck has passed on it: what the cached accessors hold.
+template <class T, class Check>
+T Checked(T iData, Check&& iCheck, const char* iWhat) {
+    Require(iCheck(iData), iWhat);
+    return iData;
+}
+
+}  // namespace
 
 uint64_t FnvBytes(const uint8_t* iBytes, size_t iLength, uint64_t iHash) {
     for (size_t i = 0; i < iLength; ++i) iHash = Fnv(iHash, iBytes[i]);
@@ -113,13 +125,13 @@ W1Data MakeW1() {
 }
 
 const W1Data& W1() {
-    static const W1Data sData = [] {
-        W1Data data = MakeW1();
-        Require(data.mBytes.size() == kW1Bytes && data.mChannelMessages == kW1Events && data.mSysex == kW1Sysex &&
-                    data.mRealTime == kW1RealTime && data.mOmittedStatus == kW1OmittedStatus && data.mHash == kW1Hash,
-                "W1 stream");
-        return data;
-    }();
+    static const W1Data sData = Checked(
+        MakeW1(),
+        [](const W1Data& iData) {
+            return iData.mBytes.size() == kW1Bytes && iData.mChannelMessages == kW1Events && iData.mSysex == kW1Sysex &&
+                   iData.mRealTime == kW1RealTime && iData.mOmittedStatus == kW1OmittedStatus && iData.mHash == kW1Hash;
+        },
+        "W1 stream");
     return sData;
 }
 
@@ -202,19 +214,20 @@ size_t EncodeW2Reference(const W2Event& iEvent, uint8_t* oOut, bool iNoteOffRule
 }
 
 const std::vector<W2Event>& W2Events() {
-    static const std::vector<W2Event> sEvents = [] {
-        std::vector<W2Event> events = MakeW2Events();
-        uint64_t bytes = 0, hash = kFnvBasis, plainHash = kFnvBasis;
-        uint8_t out[kW2MaxBytesPerEvent];
-        for (const W2Event& event : events) {
-            const size_t length = EncodeW2Reference(event, out);
-            bytes += length;
-            hash = FnvBytes(out, length, hash);
-            plainHash = FnvBytes(out, EncodeW2Reference(event, out, false), plainHash);
-        }
-        Require(bytes == kW2Bytes && hash == kW2Hash && plainHash == kW2PlainNoteOffHash, "W2 events");
-        return events;
-    }();
+    static const std::vector<W2Event> sEvents = Checked(
+        MakeW2Events(),
+        [](const std::vector<W2Event>& iEvents) {
+            uint64_t bytes = 0, hash = kFnvBasis, plainHash = kFnvBasis;
+            uint8_t out[kW2MaxBytesPerEvent];
+            for (const W2Event& event : iEvents) {
+                const size_t length = EncodeW2Reference(event, out);
+                bytes += length;
+                hash = FnvBytes(out, length, hash);
+                plainHash = FnvBytes(out, EncodeW2Reference(event, out, false), plainHash);
+            }
+            return bytes == kW2Bytes && hash == kW2Hash && plainHash == kW2PlainNoteOffHash;
+        },
+        "W2 events");
     return sEvents;
 }
 
@@ -248,11 +261,13 @@ uint64_t W3Reference(const std::vector<Note>& iNotes) {
 }
 
 const std::vector<Note>& W3Notes() {
-    static const std::vector<Note> sNotes = [] {
-        std::vector<Note> notes = MakeW3Notes();
-        Require(W3Reference(notes) == kW3Hash, "W3 notes");
-        return notes;
-    }();
+    static const std::vector<Note> sNotes =
+        Checked(MakeW3Notes(), [](const std::vector<Note>& iNotes) { return W3Reference(iNotes) == kW3Hash; }, "W3 notes");
+    return sNotes;
+}
+
+const std::vector<Note>& W3AscendingNotes() {
+    static const std::vector<Note> sNotes = SortedByStart(W3Notes());
     return sNotes;
 }
 
@@ -296,6 +311,14 @@ std::vector<int64_t> DrawTimes(uint64_t iSeed, size_t iCount, uint64_t iBound) {
     return times;
 }
 
+// Query times (or window starts) once the reference over the sequence data gives iExpected.
+template <class Reference, class Answer>
+std::vector<int64_t> CheckedQueries(std::vector<int64_t> iTimes, Reference&& iReference, const Answer& iExpected,
+                                    const char* iWhat) {
+    auto matches = [&](const std::vector<int64_t>& iAll) { return iReference(Sequence(), iAll, iAll.size()) == iExpected; };
+    return Checked(std::move(iTimes), matches, iWhat);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- W4
@@ -331,12 +354,8 @@ Tally W4Reference(const SequenceData& iData, const std::vector<int64_t>& iWindow
 }
 
 const std::vector<int64_t>& W4Windows() {
-    static const std::vector<int64_t> sWindows = [] {
-        std::vector<int64_t> windows = MakeW4Windows();
-        Require(W4Reference(Sequence(), windows) == Tally{kW4Events, kW4Sum}, "W4 windows");
-        return windows;
-    }();
-    return sWindows;
+    static const std::vector<int64_t> sTimes = CheckedQueries(MakeW4Windows(), W4Reference, Tally{kW4Events, kW4Sum}, "W4 windows");
+    return sTimes;
 }
 
 // ---------------------------------------------------------------- W5
@@ -373,11 +392,7 @@ Tally W5Reference(const SequenceData& iData, const std::vector<int64_t>& iTimes,
 }
 
 const std::vector<int64_t>& W5Times() {
-    static const std::vector<int64_t> sTimes = [] {
-        std::vector<int64_t> times = MakeW5Times();
-        Require(W5Reference(Sequence(), times) == Tally{kW5Results, kW5Sum}, "W5 times");
-        return times;
-    }();
+    static const std::vector<int64_t> sTimes = CheckedQueries(MakeW5Times(), W5Reference, Tally{kW5Results, kW5Sum}, "W5 times");
     return sTimes;
 }
 
@@ -398,11 +413,7 @@ uint64_t W6Reference(const SequenceData& iData, const std::vector<int64_t>& iTim
 }
 
 const std::vector<int64_t>& W6Times() {
-    static const std::vector<int64_t> sTimes = [] {
-        std::vector<int64_t> times = MakeW6Times();
-        Require(W6Reference(Sequence(), times) == kW6Hash, "W6 times");
-        return times;
-    }();
+    static const std::vector<int64_t> sTimes = CheckedQueries(MakeW6Times(), W6Reference, kW6Hash, "W6 times");
     return sTimes;
 }
 

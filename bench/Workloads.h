@@ -182,6 +182,7 @@ constexpr uint64_t FoldW3(uint64_t iHash, const Note& iNote) {
 std::vector<Note> MakeW3Notes();  // random order
 std::vector<Note> SortedByStart(std::vector<Note> iNotes);  // stable: the ascending order
 const std::vector<Note>& W3Notes();  // random order, made once and checked
+const std::vector<Note>& W3AscendingNotes();  // SortedByStart(W3Notes()), made once
 uint64_t W3Reference(const std::vector<Note>& iNotes);  // the fold of SortedByStart(iNotes)
 
 // ---------------------------------------------------------------- sequence data (W4..W7)

@@ -11,7 +11,7 @@ void Workloads_Check(benchmark::State& ioState) {
     for (auto _ : ioState) {
         benchmark::DoNotOptimize(wl::W1().mBytes.data());
         benchmark::DoNotOptimize(wl::W2Events().data());
-        benchmark::DoNotOptimize(wl::W3Notes().data());
+        benchmark::DoNotOptimize(wl::W3AscendingNotes().data());
         benchmark::DoNotOptimize(wl::W4Windows().data());
         benchmark::DoNotOptimize(wl::W5Times().data());
         benchmark::DoNotOptimize(wl::W6Times().data());

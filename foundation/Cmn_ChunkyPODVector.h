@@ -1,11 +1,14 @@
 // Cmn_ChunkyPODVector<T>: a segmented vector of plain records (notes, controller segments).
 // Records live in fixed-capacity segments (chunks) of 4 KiB by default, so growing the vector
-// never moves the whole content and an insertion or erasure moves at most one segment's records
-// plus the segment directory. Records are contiguous within a segment only; use GetContiguous
-// (or iterate) rather than pointer arithmetic across records.
+// never moves the whole content and an insertion or erasure moves at most one segment's records.
+// The chunk directory is itself split into groups of at most kMaxChunksPerGroup chunks, each
+// knowing where it starts, so that neither a split chunk nor a renumbering touches the whole
+// directory. Records are contiguous within a segment only; use GetContiguous (or iterate)
+// rather than pointer arithmetic across records.
 //
-// Cost: reaching a position is O(log number-of-segments) (binary search of the directory);
-// Insert/Erase are O(records moved in one segment + inserted/erased records + segments).
+// Cost: reaching a position is a binary search of the groups plus a scan of one group's chunk
+// counts; Insert/Erase move the records of one chunk, one group's directory and the group
+// starts after it: O(R + G + N / (R * G)) for R records a chunk and G chunks a group.
 // Records are copied bytewise through the copier (Cmn_ChunkyVecPODCopier): T must be trivially
 // copyable. Callers that store events holding references (long system-exclusive data) call the
 // events' image hooks themselves around raw copies.
@@ -18,6 +21,7 @@
 // vector as it was.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <iterator>
@@ -91,18 +95,20 @@ public:
     bool IsEmpty() const { return mSize == 0; }
     size_t GetRecordSize() const { return mRecordSize; }
     size_t GetRecordsPerChunk() const { return mRecordsPerChunk; }
-    size_t GetNumChunks() const { return mChunks.size(); }
+    size_t GetNumChunks() const { return mNumChunks; }
     // Address of record iIndex (< GetSize()).
     void* GetPtr(size_t iIndex) const;
-    // The records of chunk iChunk (< GetNumChunks()): their address, and in *oStartP and
-    // *oCountP the index of the first and their number. Lets a sorted owner search the chunks
-    // before the records of one chunk.
-    void* GetChunk(size_t iChunk, size_t* oStartP, size_t* oCountP) const {
-        const Chunk& chunk = mChunks[iChunk];
-        *oStartP = chunk.mStart;
-        *oCountP = chunk.mCount;
-        return chunk.mDataP;
-    }
+    // The first index whose record is not "before", where iBefore(const void* record) holds for
+    // a prefix of the records (as std::partition_point): a binary search over the groups' and
+    // then the chunks' first records, then one within a chunk. Allocates nothing.
+    // With iByKey, iBefore reads only a record's leading key, its first kKeyBytes bytes (all of
+    // it when shorter), and the directory's copies of the chunks' first keys stand in for the
+    // first records: such a search reads one chunk of records and no other. An owner that
+    // changes key bytes in place (through GetPtr or GetContiguous) calls RefreshKeys afterwards.
+    static constexpr size_t kKeyBytes = 16;
+    template <class TBefore>
+    size_t PartitionPoint(TBefore iBefore, bool iByKey = false) const;
+    void RefreshKeys();
     // Address of record iIndex and, in *oCountP, how many records from it on are contiguous.
     void* GetContiguous(size_t iIndex, size_t* oCountP) const;
     Cmn_ChunkyVecImpl_Iterator Begin() const { return {this, 0}; }
@@ -124,31 +130,89 @@ public:
     void Destruct();
 
 private:
+    static constexpr size_t kMaxChunksPerGroup = 256;
+
     struct Chunk {
         std::byte* mDataP;
-        size_t mStart;  // index of the chunk's first record in the vector
         size_t mCount;
+        alignas(8) std::byte mKey[kKeyBytes];  // the key of the first record
+    };
+    struct Group {
+        size_t mStart;  // index of the group's first record in the vector
+        size_t mCount;
+        std::vector<Chunk> mChunks;  // never empty
+        alignas(8) std::byte mKey[kKeyBytes];  // the key of the first chunk
     };
     struct Location {
-        size_t mChunk;
+        size_t mGroup;
+        size_t mChunk;  // within the group
         size_t mOffset;
     };
 
     Location Locate(size_t iIndex) const;
+    Chunk& ChunkAt(const Location& iAt) { return mGroups[iAt.mGroup].mChunks[iAt.mChunk]; }
     std::byte* RecordAt(const Chunk& iChunk, size_t iOffset) const { return iChunk.mDataP + iOffset * mRecordSize; }
     std::byte* NewChunkData() const;
     void FreeChunkData(std::byte* iDataP) const;
+    std::vector<Chunk> NewChunks(size_t iCount, size_t iRecords) const;
+    bool Previous(const Location& iAt, Location& oPrevious) const;
+    void InsertIntoEmpty(size_t iCount, const std::byte* iSourceP);
     void InsertWithinChunk(Location iAt, size_t iCount, const std::byte* iSourceP);
     void InsertSplittingChunk(Location iAt, size_t iCount, const std::byte* iSourceP);
-    void MergeWithNext(size_t iChunk);
-    void Renumber(size_t iFromChunk);
+    std::vector<Group> PrepareSplit(size_t iChunks);
+    void SplitGroup(size_t iGroup, std::vector<Group>& ioPieces);
+    void MergeWithNext(Location iAt);
+    void RenumberGroups(size_t iFromGroup);
+    // Copies a chunk's first key from its records, or the groups' keys from their first chunks.
+    void RefreshKey(Chunk& ioChunk) const;
+    void RefreshGroupKeys(size_t iFirstGroup, size_t iLastGroup);
 
     const Cmn_ChunkyVecCopier* mCopierP;
     size_t mRecordSize;
     size_t mRecordsPerChunk;
     size_t mSize = 0;
-    std::vector<Chunk> mChunks;  // no chunk is ever empty
+    size_t mNumChunks = 0;
+    std::vector<Group> mGroups;  // no group and no chunk is ever empty
 };
+
+template <class TBefore>
+size_t Cmn_ChunkyVecImpl::PartitionPoint(TBefore iBefore, bool iByKey) const {
+    // The number of leading elements of iRange whose key is before.
+    const auto countBefore = [&iBefore](const auto& iRange, size_t iFrom, size_t iSize, auto iKey) {
+        size_t low = iFrom;
+        for (size_t high = iSize; low < high;) {
+            const size_t middle = low + (high - low) / 2;
+            if (iBefore(static_cast<const void*>(iKey(iRange[middle])))) {
+                low = middle + 1;
+            } else {
+                high = middle;
+            }
+        }
+        return low;
+    };
+    const size_t group = countBefore(mGroups, 0, mGroups.size(), [iByKey](const Group& iGroup) {
+        return iByKey ? iGroup.mKey : iGroup.mChunks.front().mDataP;
+    });
+    if (group == 0) return 0;
+    const Group& g = mGroups[group - 1];
+    const size_t chunk = countBefore(g.mChunks, 1, g.mChunks.size(), [iByKey](const Chunk& iChunk) {
+        return iByKey ? iChunk.mKey : iChunk.mDataP;
+    }) - 1;
+    size_t start = g.mStart;
+    for (size_t i = 0; i < chunk; ++i) start += g.mChunks[i].mCount;
+    const Chunk& c = g.mChunks[chunk];
+    // The records are likely cold: ask for all of their keys at once rather than one probe
+    // after another (the insertion that usually follows reads them anyway).
+#if defined(__GNUC__) || defined(__clang__)
+    for (size_t i = 1; i < c.mCount; ++i) __builtin_prefetch(RecordAt(c, i));
+#endif
+    struct Records {
+        const Cmn_ChunkyVecImpl* mVecP;
+        const Chunk* mChunkP;
+        const std::byte* operator[](size_t iIndex) const { return mVecP->RecordAt(*mChunkP, iIndex); }
+    };
+    return start + countBefore(Records{this, &c}, 1, c.mCount, [](const std::byte* iRecordP) { return iRecordP; });
+}
 
 // The typed face: records of T, with random-access iterators usable by the standard algorithms
 // (each dereference is a directory lookup; walk long runs with GetContiguous where it matters).
@@ -208,6 +272,14 @@ public:
     iterator end() { return iterator(mImpl.End()); }
     const_iterator begin() const { return const_iterator(mImpl.Begin()); }
     const_iterator end() const { return const_iterator(mImpl.End()); }
+
+    // The first position whose record fails iPred, for a predicate that holds on a prefix of the
+    // records (as std::partition_point): a binary search over the chunks' first records, then one
+    // within a chunk, so every probe is a plain memory read. Never allocates.
+    template <class TPred>
+    size_t PartitionPoint(TPred iPred) const {
+        return mImpl.PartitionPoint([&iPred](const void* iRecordP) { return iPred(*static_cast<const T*>(iRecordP)); });
+    }
 
     void Insert(size_t iPos, size_t iCount, const T* iSourceP) { mImpl.Insert(iPos, iCount, iSourceP); }
     void Insert(const_iterator iPos, size_t iCount, const T* iSourceP) { Insert(iPos.GetIndex(), iCount, iSourceP); }

@@ -52,21 +52,6 @@ struct Time_SampleLength {
     constexpr explicit Time_SampleLength(int64_t iCount = 0) : mCount(iCount) {}
 };
 
-// Comparison of two counts with their kinds: -1, 0 or 1. Counts of one kind compare as they
-// stand (clamped to the range, so all "before/after everything" counts are equal); that case is
-// inline because every search over stored times makes it. Different kinds go out of line.
-namespace Time_Detail {
-constexpr int64_t ClampCount(int64_t iCount) {
-    return iCount < kTime_MinCount ? kTime_MinCount : (iCount > kTime_MaxCount ? kTime_MaxCount : iCount);
-}
-int CompareKinds(int64_t iLeft, Time_EType iLeftType, int64_t iRight, Time_EType iRightType);
-inline int Compare(int64_t iLeft, Time_EType iLeftType, int64_t iRight, Time_EType iRightType) {
-    if (iLeftType != iRightType) return CompareKinds(iLeft, iLeftType, iRight, iRightType);
-    const int64_t left = ClampCount(iLeft), right = ClampCount(iRight);
-    return (left > right) - (left < right);
-}
-}  // namespace Time_Detail
-
 class Time_TypedLength {
 public:
     constexpr Time_TypedLength() = default;
@@ -78,12 +63,12 @@ public:
     constexpr Time_EType GetType() const { return mType; }
 
     // Comparisons are exact across kinds; arithmetic keeps the left kind and saturates.
-    bool operator==(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) == 0; }
+    bool operator==(const Time_TypedLength& iOther) const;
     bool operator!=(const Time_TypedLength& iOther) const { return !(*this == iOther); }
-    bool operator<(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) < 0; }
-    bool operator<=(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) <= 0; }
-    bool operator>(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) > 0; }
-    bool operator>=(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) >= 0; }
+    bool operator<(const Time_TypedLength& iOther) const;
+    bool operator<=(const Time_TypedLength& iOther) const;
+    bool operator>(const Time_TypedLength& iOther) const;
+    bool operator>=(const Time_TypedLength& iOther) const;
     Time_TypedLength operator+(const Time_TypedLength& iOther) const;
     Time_TypedLength operator-(const Time_TypedLength& iOther) const;
     Time_TypedLength& operator+=(const Time_TypedLength& iOther);
@@ -109,13 +94,19 @@ public:
     static Time_Typed MinTime(Time_EType iType);
     static Time_Typed MaxTime(Time_EType iType);
 
-    // Comparisons across kinds convert exactly where they can (see Time_Convert).
-    bool operator==(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) == 0; }
+    // Comparisons across kinds convert exactly where they can (see Time_Convert). Within one
+    // kind they compare the counts held to [kTime_MinCount, kTime_MaxCount], inline: that is the
+    // same order, and the searches of long lanes make it their inner loop.
+    bool operator==(const Time_Typed& iOther) const {
+        return mType == iOther.mType ? Held(mCount) == Held(iOther.mCount) : CompareAcrossKinds(iOther) == 0;
+    }
     bool operator!=(const Time_Typed& iOther) const { return !(*this == iOther); }
-    bool operator<(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) < 0; }
-    bool operator<=(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) <= 0; }
-    bool operator>(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) > 0; }
-    bool operator>=(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) >= 0; }
+    bool operator<(const Time_Typed& iOther) const {
+        return mType == iOther.mType ? Held(mCount) < Held(iOther.mCount) : CompareAcrossKinds(iOther) < 0;
+    }
+    bool operator<=(const Time_Typed& iOther) const { return !(iOther < *this); }
+    bool operator>(const Time_Typed& iOther) const { return iOther < *this; }
+    bool operator>=(const Time_Typed& iOther) const { return !(*this < iOther); }
 
     // Arithmetic keeps this value's kind; a length of the other kind is converted first.
     // Results saturate at MinTime/MaxTime instead of wrapping.
@@ -129,6 +120,13 @@ public:
 
     int64_t mCount = 0;
     Time_EType mType = kTime_Ticks;
+
+private:
+    static constexpr int64_t Held(int64_t iCount) {
+        return iCount < kTime_MinCount ? kTime_MinCount : (iCount > kTime_MaxCount ? kTime_MaxCount : iCount);
+    }
+    // -1, 0 or 1 for times of different kinds.
+    int CompareAcrossKinds(const Time_Typed& iOther) const;
 };
 
 // Constant-tempo conversion between samples and ticks.

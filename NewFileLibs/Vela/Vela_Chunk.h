@@ -22,8 +22,11 @@
 // Playback (GetMidiEventsInRange, GetChaseStateAtTime, AddChaseStateAtTime, AddNoteStateAtTime)
 // only reads the chunk: no locks, and no heap allocation as long as the output list has room,
 // the chase tracker is set up and the track state's pool is set. Queries append to the output
-// and sort only their own contribution in playback order. Edits and playback queries of one
-// chunk must not overlap (the chunk is not synchronized; IsEventInChunk counts as an edit).
+// and sort only their own contribution in playback order; into a timed or extended list of up
+// to 2048 appended events of one time kind the sort is stable (ties stay in the order notes,
+// streams by ascending sub-stream, other events) and uses 32 KB of stack; otherwise it is the
+// output list's own (unstable) sort. Edits and playback queries of one chunk must not overlap
+// (the chunk is not synchronized; IsEventInChunk counts as an edit).
 //
 // Choices made here, where the rules leave room:
 //  - The range queries take the requested range in the output's time line; the chunk's own
@@ -36,7 +39,15 @@
 //    and are kept within the time range.
 //  - The ReCreate shell leaves the quantize-contents flag false.
 //  - EraseEvent of kind 3 looks for the note by start, pitch and on velocity (the note list's
-//    rule); an erase of a non-note kind 14/15 goes to the event stream.
+//    rule).
+//  - The release event of note-off inclusion goes out as it is: it lies after the notes it
+//    ends, usually past the range, so neither the range test nor the real-time properties
+//    apply to it. The outer limits of the full range query are accepted and not consulted
+//    (no member needs them); the tag and the flag reach display items only.
+//  - ReplaceData with the chunk itself changes nothing. The destructor deletes the members
+//    outright (nothing can bring them back once their chunk is gone); edits dispose of them.
+//  - Vela_ChunkExtendedEventsInRangeIter takes its range in the output's time line too and
+//    yields events at chunk time plus the offset, as the range query does.
 //
 // Persisted form: block "MdChun", version 1 (Sys_StdStreamHeader framing):
 //   the note list's block ("MdNLB")

@@ -130,9 +130,14 @@ Cmn_XMLNodePtr Vela_Chunk::GetAsXML() const {
 }
 
 std::string Vela_Chunk::PrintContents() const {
-    std::string text = "Notes: " + Cmn_Int32ToString(mNoteListP ? static_cast<int32_t>(mNoteListP->GetNumNotes()) : 0);
-    for (const Ndo_Ptr<Vela_ContinuousDataStream>& entry : mContinuousList) text += "\n" + entry->PrintContents();
-    const size_t sorted = mSortedEventListP ? mSortedEventListP->GetSize() : 0;
-    text += "\nSorted list: " + Cmn_Int32ToString(static_cast<int32_t>(sorted));
+    // Appended piece by piece: GCC 12 misreads "literal" + string at -O3 (a false -Wrestrict).
+    std::string text("Notes: ");
+    text += Cmn_Int32ToString(mNoteListP ? static_cast<int32_t>(mNoteListP->GetNumNotes()) : 0);
+    for (const Ndo_Ptr<Vela_ContinuousDataStream>& entry : mContinuousList) {
+        text += '\n';
+        text += entry->PrintContents();
+    }
+    text += "\nSorted list: ";
+    text += Cmn_Int32ToString(static_cast<int32_t>(mSortedEventListP ? mSortedEventListP->GetSize() : 0));
     return text;
 }

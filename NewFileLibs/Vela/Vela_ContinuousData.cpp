@@ -2,20 +2,17 @@
 #include "Vela_ContinuousData.h"
 
 #include <algorithm>
-#include <utility>
 #include <vector>
 
 #include "Cmn_Assert.h"
 #include "Sys_StdStreamHeader.h"
 #include "Sys_TypedStream.h"
+#include "Vela_ExtendedEventList.h"
 #include "Vela_Init.h"
 
 namespace {
 
 using Segment = Vela_ContinuousData_Segment;
-
-bool SegmentBefore(const Segment& iSegment, const Time_Typed& iTime) { return iSegment.mTime < iTime; }
-bool TimeBefore(const Time_Typed& iTime, const Segment& iSegment) { return iTime < iSegment.mTime; }
 
 }  // namespace
 
@@ -30,11 +27,11 @@ Vela_ContinuousData::Vela_ContinuousData(const Vela_ContinuousData& iOther)
 // ---------------------------------------------------------------- searches
 
 Vela_ContinuousData::ConstIter Vela_ContinuousData::LowerBound(const Time_Typed& iTime) const {
-    return std::lower_bound(mSegments.begin(), mSegments.end(), iTime, SegmentBefore);
+    return mSegments.begin() + mSegments.PartitionPoint([&](const Segment& iSegment) { return iSegment.mTime < iTime; });
 }
 
 Vela_ContinuousData::ConstIter Vela_ContinuousData::UpperBound(const Time_Typed& iTime) const {
-    return std::upper_bound(mSegments.begin(), mSegments.end(), iTime, TimeBefore);
+    return mSegments.begin() + mSegments.PartitionPoint([&](const Segment& iSegment) { return !(iTime < iSegment.mTime); });
 }
 
 void Vela_ContinuousData::FindRange(size_t& oFirst, size_t& oLast, const Time_Typed& iStart,
@@ -63,8 +60,10 @@ Vela_ContinuousData_Segment* Vela_ContinuousData::SetValueAtTime(const Time_Type
 
 int32_t Vela_ContinuousData::GetValueAtTime(const Time_Typed& iTime) const {
     const ConstIter i = UpperBound(iTime);
-    VELA_ASSERT(i != mSegments.begin());
-    if (i == mSegments.begin()) return 0;
+    if (i == mSegments.begin()) {
+        VELA_ASSERT(i != mSegments.begin());  // reported here only: this is playback's lookup
+        return 0;
+    }
     return (i - 1)->mValue;
 }
 
@@ -102,10 +101,8 @@ void Vela_ContinuousData::ReplaceData(const Vela_ContinuousData& iSource) {
 
 void Vela_ContinuousData::AddFromData(const Vela_ContinuousData& iSource, const Time_Typed& iStart,
                                       const Time_Typed& iEnd, const Time_TypedLength& iOffset) {
-    if (!(iStart < iEnd)) return;
     size_t srcFirst = 0, srcLast = 0;
-    iSource.FindRange(srcFirst, srcLast, iStart, iEnd);
-    if (srcFirst == srcLast) return;
+    if (!Vela_FindSourceRange(iSource, iStart, iEnd, srcFirst, srcLast)) return;
     NdoAboutToModify();
 
     // The copied block, shifted and snapped (both keep its order).
@@ -117,7 +114,7 @@ void Vela_ContinuousData::AddFromData(const Vela_ContinuousData& iSource, const 
     }
     // This list's own segments of the span [start + offset, end + offset].
     const ConstIter dstFirst = LowerBound(iStart + iOffset);
-    const ConstIter dstLast = std::upper_bound(dstFirst, std::as_const(mSegments).end(), iEnd + iOffset, TimeBefore);
+    const ConstIter dstLast = std::max(dstFirst, UpperBound(iEnd + iOffset));
 
     // A stable merge that puts copied segments first at equal times, then one segment per time:
     // the first of each run, so a copy replaces an own value and the earlier of two copies wins.
@@ -136,10 +133,8 @@ void Vela_ContinuousData::AddFromData(const Vela_ContinuousData& iSource, const 
 
 void Vela_ContinuousData::EraseFromData(const Vela_ContinuousData& iSource, const Time_Typed& iStart,
                                         const Time_Typed& iEnd, const Time_TypedLength& iOffset) {
-    if (!(iStart < iEnd)) return;
     size_t srcFirst = 0, srcLast = 0;
-    iSource.FindRange(srcFirst, srcLast, iStart, iEnd);
-    if (srcFirst == srcLast) return;
+    if (!Vela_FindSourceRange(iSource, iStart, iEnd, srcFirst, srcLast)) return;
     NdoAboutToModify();
 
     // Walk both lists in step by time, compacting the survivors towards the write position.
@@ -160,10 +155,12 @@ void Vela_ContinuousData::EraseFromData(const Vela_ContinuousData& iSource, cons
         if (matches) ++s;
     }
     mSegments.GetImpl().Erase(w, d);
+    mSegments.GetImpl().RefreshKeys();  // survivors moved down in place
 }
 
 void Vela_ContinuousData::OffsetTimes(const Time_TypedLength& iLength) {
     for (size_t i = 0; i < mSegments.GetSize(); ++i) mSegments[i].mTime = Snapped(mSegments[i].mTime + iLength);
+    mSegments.GetImpl().RefreshKeys();  // the search directory keeps copies of the times
 }
 
 void Vela_ContinuousData::ForEachInRange(Vela_ContinuousData_OutputIter& iVisitor, const Time_Typed& iStart,

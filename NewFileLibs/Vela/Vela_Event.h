@@ -129,6 +129,14 @@ public:
     int GetMessageLength(int iMessageIndex) const;
     void GetMessageData(signed char* oData, int iMessageIndex) const;
     void GetPartialMessageData(signed char* oData, int iMessageIndex, int iOffset, int iCount) const;
+    // The whole wire form in one call, for senders that need no slices: every message above, back
+    // to back, with iChannel (its low 4 bits) ORed into the status of each channel message. Answers
+    // the total length and writes nothing when that exceeds iCapacity. Every event but sysex takes
+    // at most kMaxFixedWireLength bytes, a sysex its payload + 2. Given at least
+    // kMaxFixedWireLength bytes of room, bytes past the answered length may be overwritten. Where
+    // GetNumMessages answers 0 this writes nothing and answers 0, asserting as it does.
+    static constexpr int kMaxFixedWireLength = 8;
+    int WriteMessages(signed char* oData, int iCapacity, int iChannel = 0) const;
 
     // ---- Ordering and equality (per type; not a total order across types).
     bool operator==(const Vela_Event& iOther) const;

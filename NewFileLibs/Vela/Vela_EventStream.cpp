@@ -65,10 +65,8 @@ void Vela_EventStream::EraseRange(const Time_Typed& iStart, const Time_Typed& iE
 
 void Vela_EventStream::AddFromStream(const Vela_EventStream& iSource, const Time_Typed& iStart, const Time_Typed& iEnd,
                                      const Time_TypedLength& iOffset) {
-    if (!(iStart < iEnd)) return;
     size_t srcFirst = 0, srcLast = 0;
-    iSource.FindRange(srcFirst, srcLast, iStart, iEnd);
-    if (srcFirst == srcLast) return;
+    if (!Vela_FindSourceRange(iSource, iStart, iEnd, srcFirst, srcLast)) return;
     NdoAboutToModify();
 
     // Copies first (the source may be this stream), shifted and snapped: their order holds.
@@ -89,10 +87,8 @@ void Vela_EventStream::AddFromStream(const Vela_EventStream& iSource, const Time
 
 void Vela_EventStream::EraseFromStream(const Vela_EventStream& iSource, const Time_Typed& iStart,
                                        const Time_Typed& iEnd, const Time_TypedLength& iOffset) {
-    if (!(iStart < iEnd)) return;
     size_t srcFirst = 0, srcLast = 0;
-    iSource.FindRange(srcFirst, srcLast, iStart, iEnd);
-    if (srcFirst == srcLast) return;
+    if (!Vela_FindSourceRange(iSource, iStart, iEnd, srcFirst, srcLast)) return;
     NdoAboutToModify();
 
     // Each source event claims the first equal, unclaimed event at its shifted time.

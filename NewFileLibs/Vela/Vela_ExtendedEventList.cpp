@@ -123,13 +123,17 @@ Vela_RangeOutput::Vela_RangeOutput(Vela_DisplayItemList& iOut, const Vela_Output
       mTag(iTag) {}
 
 bool Vela_RangeOutput::Add(const Time_Typed& iTime, const Vela_Event& iEvent) {
-    const Vela_ExtendedEvent placed(mPlacement.Place(iTime), iEvent);
-    if (placed.GetTime() < mWindowStart || !(placed.GetTime() < mWindowEnd)) return false;
-    Vela_ExtendedEvent processed(placed);
-    if (mPropertiesP) mPropertiesP->AdjustEvent(processed, 255);
+    Vela_ExtendedEvent event(mPlacement.Place(iTime), iEvent);
+    if (event.GetTime() < mWindowStart || !(event.GetTime() < mWindowEnd)) return false;
+    if (!mPropertiesP && !mOut.IsDisplayList()) {  // playback's common case: one copy only
+        mOut.push_back(event);
+        return true;
+    }
+    const Vela_ExtendedEvent placed(event);
+    if (mPropertiesP) mPropertiesP->AdjustEvent(event, 255);
     if (mOut.IsDisplayList())
-        mOut.push_back(Vela_DisplayItem(processed, placed, mFlag, mTag));
+        mOut.push_back(Vela_DisplayItem(event, placed, mFlag, mTag));
     else
-        mOut.push_back(processed);
+        mOut.push_back(event);
     return true;
 }

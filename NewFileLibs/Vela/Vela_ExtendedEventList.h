@@ -110,3 +110,14 @@ private:
     bool mFlag;
     int mTag;
 };
+
+// The positions [oFirst, oLast) of iSource's items in [iStart, iEnd), for the edits that copy or
+// erase what a source holds there (TSource has FindRange). False when the range is empty or holds
+// nothing: such an edit then does nothing and announces nothing.
+template <class TSource>
+bool Vela_FindSourceRange(const TSource& iSource, const Time_Typed& iStart, const Time_Typed& iEnd, size_t& oFirst,
+                          size_t& oLast) {
+    if (!(iStart < iEnd)) return false;
+    iSource.FindRange(oFirst, oLast, iStart, iEnd);
+    return oFirst != oLast;
+}

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstring>
 #include <vector>
 
 #include "Cmn_Assert.h"
@@ -25,35 +27,21 @@ void ForEachNote(const NoteVector& iNotes, TFunction iFunction) {
     }
 }
 
-// The first index whose record is not "before" (iBefore is true on a prefix of the records):
-// the chunks are searched by their first record, then the records of one chunk.
+// The chunked vector searches by a record's leading bytes: the start.
+static_assert(offsetof(Note, start) == 0 && sizeof(Time_Typed) <= Cmn_ChunkyVecImpl::kKeyBytes);
+
+// The first index whose start is not "before" (iBefore is true on a prefix of the starts).
 template <class TBefore>
 size_t PartitionPoint(const NoteVector& iNotes, TBefore iBefore) {
-    const Cmn_ChunkyVecImpl& impl = iNotes.GetImpl();
-    size_t start = 0;
-    size_t count = 0;
-    size_t low = 0;
-    for (size_t high = impl.GetNumChunks(); low < high;) {
-        const size_t middle = low + (high - low) / 2;
-        if (iBefore(*static_cast<const Note*>(impl.GetChunk(middle, &start, &count)))) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
-    }
-    if (low == 0) return 0;
-    const Note* firstP = static_cast<const Note*>(impl.GetChunk(low - 1, &start, &count));
-    const Note* const afterP = std::partition_point(firstP, firstP + count, iBefore);
-    return start + static_cast<size_t>(afterP - firstP);
+    const auto byStart = [&iBefore](const void* iKeyP) {
+        Time_Typed start;
+        std::memcpy(&start, iKeyP, sizeof start);
+        return iBefore(start);
+    };
+    return iNotes.GetImpl().PartitionPoint(byStart, true);
 }
 
-const Note& LastNote(const NoteVector& iNotes) {
-    const Cmn_ChunkyVecImpl& impl = iNotes.GetImpl();
-    size_t start = 0;
-    size_t count = 0;
-    const Note* firstP = static_cast<const Note*>(impl.GetChunk(impl.GetNumChunks() - 1, &start, &count));
-    return firstP[count - 1];
-}
+const Note& LastNote(const NoteVector& iNotes) { return iNotes[iNotes.GetSize() - 1]; }
 
 std::vector<Note> CopyNotes(const NoteVector& iNotes, size_t iFirst, size_t iLast) {
     std::vector<Note> copy;
@@ -133,11 +121,11 @@ bool Vela_NoteListBase::IsLongNote(const Note& iNote) const {
 }
 
 size_t Vela_NoteListBase::LowerBound(const Time_Typed& iTime) const {
-    return PartitionPoint(mNotes, [&iTime](const Note& iNote) { return StartsBefore(iNote.start, iTime); });
+    return PartitionPoint(mNotes, [&iTime](const Time_Typed& iStart) { return StartsBefore(iStart, iTime); });
 }
 
 size_t Vela_NoteListBase::UpperBound(const Time_Typed& iTime) const {
-    return PartitionPoint(mNotes, [&iTime](const Note& iNote) { return !StartsBefore(iTime, iNote.start); });
+    return PartitionPoint(mNotes, [&iTime](const Time_Typed& iStart) { return !StartsBefore(iTime, iStart); });
 }
 
 std::pair<bool, size_t> Vela_NoteListBase::FindNote(const Time_Typed& iStart, const Vela_NoteWithDurationEvent& iNote) const {
@@ -164,7 +152,21 @@ void Vela_NoteListBase::AddNote(const Note& iNote) {
     } else {
         mNotes.Insert(UpperBound(iNote.start), 1, &iNote);
     }
-    if (mLongNoteListP && IsLongNote(iNote)) mLongNoteListP->AddNote(iNote);
+    if (mLongNoteListP && IsLongNote(iNote)) {
+        mLongNoteListP->AddNote(iNote);
+    } else {
+        NoteUnindexed(NoteOf(iNote).GetDuration());
+    }
+}
+
+void Vela_NoteListBase::AddNote(const Vela_NoteWithDurationExtendedEvent& iNote) {
+    Note note;
+    note.start = iNote.GetTime();
+    note.event = iNote.GetEvent();
+    note.quantizeTimeDelta = iNote.GetQuantizeTimeDelta();
+    note.origEvent = iNote.GetOrigEvent();
+    note.muted = iNote.IsMuted();
+    AddNote(note);
 }
 
 void Vela_NoteListBase::ChangeNote(Time_Typed iStart, const Vela_NoteWithDurationEvent& iOldNote,
@@ -179,14 +181,19 @@ void Vela_NoteListBase::ChangeNote(size_t iIndex, const Vela_NoteWithDurationEve
         const Time_TypedLength newDuration = iNewNote.GetDuration();
         const bool wasLong = IsLongNote(old);
         const bool isLong = newDuration >= GetLongNoteThreshold(newDuration.GetType());
+        bool indexed = false;
         if (wasLong && isLong) {
             const auto [found, longIndex] = mLongNoteListP->FindNote(old.start, NoteOf(old));
             if (found) mLongNoteListP->ChangeNote(longIndex, iNewNote);
+            indexed = found;
         } else if (isLong) {
             mLongNoteListP->AddNote(old);  // the record as it stands before the change, on purpose
         } else if (wasLong) {
             mLongNoteListP->EraseNote(Mdie_TimedEvent(old.start, old.event));
         }
+        if (!indexed) NoteUnindexed(iNewNote.GetDuration());
+    } else {
+        NoteUnindexed(iNewNote.GetDuration());
     }
     NdoAboutToModify();
     mNotes[iIndex].event = iNewNote;
@@ -203,15 +210,34 @@ void Vela_NoteListBase::EraseNote(const Mdie_TimedEvent& iEvent) {
 void Vela_NoteListBase::Clear() {
     NdoAboutToModify();
     mNotes.Destruct();
+    mMaxUnindexedDuration = {};
     if (mLongNoteListP) mLongNoteListP->Clear();
 }
 
 void Vela_NoteListBase::RegenerateLongNoteList() {
-    if (!mLongNoteListP) return;
-    mLongNoteListP->Clear();
+    mMaxUnindexedDuration = {};
+    if (mLongNoteListP) mLongNoteListP->Clear();
     ForEachNote(mNotes, [this](const Note& iNote) {
-        if (IsLongNote(iNote)) mLongNoteListP->AddNote(iNote);
+        if (mLongNoteListP && IsLongNote(iNote)) {
+            mLongNoteListP->AddNote(iNote);
+        } else {
+            NoteUnindexed(NoteOf(iNote).GetDuration());
+        }
     });
+}
+
+void Vela_NoteListBase::NoteUnindexed(const Time_TypedLength& iDuration) {
+    int64_t& bound = mMaxUnindexedDuration[iDuration.GetType() == kTime_Samples ? 0 : 1];
+    bound = std::max(bound, ClampCount(iDuration.AsInt64()));
+}
+
+Time_Typed Vela_NoteListBase::EarliestUnindexedSounding(const Time_Typed& iT) const {
+    // A unit of t's kind more than the longest duration of either kind, for the rounding of
+    // the conversion between kinds.
+    const Time_TypedLength unit(1, iT.GetType());
+    const Time_Typed bySamples = iT - Time_TypedLength(mMaxUnindexedDuration[0] + 1, kTime_Samples) - unit;
+    const Time_Typed byTicks = iT - Time_TypedLength(mMaxUnindexedDuration[1] + 1, kTime_Ticks) - unit;
+    return StartsBefore(bySamples, byTicks) ? bySamples : byTicks;
 }
 
 // ---------------------------------------------------------------- whole-list nudges
@@ -221,6 +247,7 @@ void Vela_NoteListBase::OffsetTimes(Time_TypedLength iOffset) {
     const bool snap = ShouldSnap(mQuantizeContents);
     // Every start moves by the same amount, so the order holds without a sort.
     ForEachNote(mNotes, [&](Note& ioNote) { ioNote.start = MovedStart(ioNote.start, iOffset, snap); });
+    mNotes.GetImpl().RefreshKeys();
     if (mLongNoteListP) mLongNoteListP->OffsetTimes(iOffset);
 }
 
@@ -232,6 +259,7 @@ void Vela_NoteListBase::OffsetDurations(Time_TypedLength iOffset) {
         Vela_NoteWithDurationEvent& note = NoteOf(ioNote);
         const Time_TypedLength duration = note.GetDuration() + iOffset;
         if (duration.AsInt64() >= 1) note.SetDuration(duration);
+        NoteUnindexed(note.GetDuration());  // the long-note list is not rebuilt: count every note
     });
     if (mLongNoteListP) mLongNoteListP->OffsetDurations(iOffset);
 }
@@ -270,6 +298,7 @@ void Vela_NoteListBase::OffsetStarts(Time_TypedLength iOffset) {
         previousP = &ioNote;
     });
     if (sorted) {
+        mNotes.GetImpl().RefreshKeys();
         RegenerateLongNoteList();
         return;
     }
@@ -428,12 +457,27 @@ void Vela_NoteListBase::FullNotesInRangeIter::ChangeCurrentNote(const Vela_NoteW
     mListP->ChangeNote(mCursor.GetIndex(), iNote);
 }
 
+Vela_NoteListBase::NotesExtendedEventInRangeIter::NotesExtendedEventInRangeIter(Vela_NoteListBase* iListP, Time_TypedLength iOffset,
+                                                                             Time_Typed iStart, Time_Typed iEnd, bool iFlag)
+    : mNotes(iListP, iStart, iEnd) {
+    if (TickTimesMatter::Active() || iStart.GetType() == kTime_Samples || iStart == Time_Typed::MinTime(kTime_Ticks)) return;
+    Time_Typed start;
+    Time_Typed end;
+    Time_Convert::MakeTickRangeSampleBased(iStart - iOffset, iEnd - iOffset, iFlag, start, end);
+    mNotes.SetRange(start + iOffset, end + iOffset);
+}
+
 Vela_NoteListBase::FullSustainingNoteIter::FullSustainingNoteIter(Vela_NoteListBase* iListP, Time_Typed iT)
     : mListP(iListP), mT(iT) {
+    // Notes before this bound can only sound at t if the long-note list holds them.
+    mBound = iListP->EarliestUnindexedSounding(iT);
     if (const Vela_NoteListBase* longP = iListP->mLongNoteListP) {
         // A shorter note can only sound past t if it starts at or after B; the 2 is exact.
-        mBound = iT - iListP->GetLongNoteThreshold(iT.GetType()) + Time_TypedLength(2, iT.GetType());
-        mCursor.Seek(&longP->mNotes, 0);
+        const Time_Typed b = iT - iListP->GetLongNoteThreshold(iT.GetType()) + Time_TypedLength(2, iT.GetType());
+        if (StartsBefore(mBound, b)) mBound = b;
+        // The long-note walk skips what ended before t as a whole, and goes on past B up to the
+        // bound: those notes are the ones of the main list there that can sound.
+        mCursor.Seek(&longP->mNotes, longP->LowerBound(longP->EarliestUnindexedSounding(iT)));
         mPhaseEnd = mBound;
         mInLongPhase = !mCursor.AtEnd() && StartsBefore((*mCursor).start, mBound);
     }
@@ -456,7 +500,7 @@ bool Vela_NoteListBase::FullSustainingNoteIter::CheckSustain(const Note& iNote) 
 
 void Vela_NoteListBase::FullSustainingNoteIter::EnterMainPhase() {
     mInLongPhase = false;
-    mCursor.Seek(&mListP->mNotes, mListP->mLongNoteListP ? mListP->LowerBound(mBound) : 0);
+    mCursor.Seek(&mListP->mNotes, mListP->LowerBound(mBound));
     mPhaseEnd = mT;
 }
 

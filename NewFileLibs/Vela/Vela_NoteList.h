@@ -19,12 +19,19 @@
 //   object of its own, keeps its own states.
 // - Notes are identified by start, pitch and on velocity (FindNote); duration and off velocity
 //   take no part, and the first match in list order wins.
+// - OffsetDurations, like the other nudges, applies itself to the long-note list and never
+//   rebuilds it, so a duration moved across the threshold keeps its old membership until the
+//   next rebuild (kept as the original behaves).
+// - Only StreamIn posts Vela_N10n_MIDIZeroOnVelocitiesFound; edits accept such notes silently.
+// - The undo state re-creates no object (Ndo_State::Recreate gives null): a list lives and dies
+//   with its chunk, whose own state brings it back by undo id.
 //
 // Threads: one editing thread at a time; the range iterators (FullNotesInRangeIter,
 // FullSustainingNoteIter) may run on a playback thread while no edit runs, and allocate nothing
 // and take no lock. Ownership: a list owns its long-note list.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -36,9 +43,9 @@
 #include "Ndo_Ptr.h"
 #include "Time_Typed.h"
 #include "Vela_Event.h"
+#include "Vela_ExtendedEvent.h"
 #include "Vela_NoteListBase_Note.h"
 
-class Mdie_TimedEvent;
 class Sys_TypedInStream;
 class Sys_TypedOutStream;
 
@@ -66,6 +73,8 @@ public:
 
     // ---- single-note edits
     void AddNote(const Note& iNote);
+    // The record of an extended note: its time, note, quantize delta, original note and muted flag.
+    void AddNote(const Vela_NoteWithDurationExtendedEvent& iNote);
     bool IsNoteInList(const Mdie_TimedEvent& iEvent) const;
     void ChangeNote(Time_Typed iStart, const Vela_NoteWithDurationEvent& iOldNote,
                     const Vela_NoteWithDurationEvent& iNewNote);
@@ -132,7 +141,9 @@ public:
     // start's kind) and no original note (it reads as the current note); version 2 carries the
     // delta and the original duration, whose pitch and velocities read as the current ones.
     void StreamIn(Sys_TypedInStream& iStream);
-    // "MIDI_NoteList": "nNumNotes", then one "Note" per note (see the source for its children).
+    // "MIDI_NoteList": "nNumNotes", then one "Note" per note with "Start", "nPitch", "Duration",
+    // "nOnVel", "nOffVel", "QuantizeTimeDelta", "DurationDeltaFromOriginal", "nOriginalPitch",
+    // "OriginalDuration", "nOriginalOnVel", "nOriginalOffVel" and "bMuted".
     Cmn_XMLNodePtr GetAsXML() const;
     Ndo_State* NdoGetState() override;
     void NdoRestoreState(Ndo_State* iStateP) override;
@@ -216,11 +227,42 @@ public:
 
         Vela_NoteListBase* mListP = nullptr;
         Time_Typed mT;
-        Time_Typed mBound;  // B; the main phase starts at its lower bound
+        Time_Typed mBound;  // B, or later where no note of the main list before it can sound
         Cursor mCursor;
         Time_Typed mPhaseEnd;
         bool mInLongPhase = false;
     };
+
+    // FullSustainingNoteIter yielding extended notes (the record's every field).
+    class SustainingNoteIter : public FullSustainingNoteIter {
+    public:
+        using FullSustainingNoteIter::FullSustainingNoteIter;
+        Vela_NoteWithDurationExtendedEvent operator*() const { return ToExtendedEvent(FullSustainingNoteIter::operator*()); }
+    };
+
+    // The chunk's range iterator over the notes: FullNotesInRangeIter yielding extended notes.
+    // While tick times do not matter, a tick range is widened to whole samples first (with the
+    // offset taken out and put back), so it finds what a sample-based query would find; iFlag
+    // is the end-inclusive choice of Time_Convert::MakeTickRangeSampleBased. Real-time safe.
+    class NotesExtendedEventInRangeIter : public Vela_ExtendedEventIterator {
+    public:
+        NotesExtendedEventInRangeIter() = default;
+        NotesExtendedEventInRangeIter(Vela_NoteListBase* iListP, Time_TypedLength iOffset, Time_Typed iStart,
+                                      Time_Typed iEnd, bool iFlag);
+        explicit NotesExtendedEventInRangeIter(Vela_NoteListBase* iListP) : mNotes(iListP) {}
+        bool IsMore() const override { return mNotes.IsMore(); }
+        void operator++() override { ++mNotes; }
+        Vela_ExtendedEvent operator*() const override { return ToExtendedEvent(*mNotes); }
+        void ChangeCurrentNote(const Vela_NoteWithDurationEvent& iNote) { mNotes.ChangeCurrentNote(iNote); }
+
+    private:
+        FullNotesInRangeIter mNotes;
+    };
+
+    static Vela_NoteWithDurationExtendedEvent ToExtendedEvent(const Note& iNote) {
+        return Vela_NoteWithDurationExtendedEvent(iNote.start, NoteOf(iNote), iNote.quantizeTimeDelta,
+                                                  iNote.origEvent.AsNoteWithDuration(), iNote.muted);
+    }
 
     // Same-kind fast paths of the Time_Typed comparisons, equal to them in every case.
     static int64_t ClampCount(int64_t iCount) {
@@ -243,7 +285,11 @@ private:
 
     std::pair<bool, size_t> FindNote(const Time_Typed& iStart, const Vela_NoteWithDurationEvent& iNote) const;
     void ChangeNote(size_t iIndex, const Vela_NoteWithDurationEvent& iNewNote);
+    // Rebuilds the long-note list and recomputes mMaxUnindexedDuration.
     void RegenerateLongNoteList();
+    void NoteUnindexed(const Time_TypedLength& iDuration);
+    // The earliest start from which a note of this list that the long list may not hold can sound at iT.
+    Time_Typed EarliestUnindexedSounding(const Time_Typed& iT) const;
     // Replaces every note by iNotes (in order) and rebuilds the long-note list.
     void ReplaceNotes(const Note* iNotesP, size_t iCount);
     // Inserts iCount notes, sorted by start, as AddNote would one after the other.
@@ -258,6 +304,12 @@ private:
     Time_TypedLength mSampleThreshold;
     Time_TypedLength mTickThreshold;
     Time_TypedLength mUnusedLength;  // kept for the layout; no operation gives it a value
+    // Per time kind, an upper bound of the durations of the notes the long-note list does not
+    // hold up to date (every note of a list without one). A note starting before t minus that
+    // bound can only sound at t if it is in the long-note list, so the sustaining walk of the
+    // main list starts there instead of at B; the notes it passes over come from the long-note
+    // list in the same order. Raised by each edit, recomputed by RegenerateLongNoteList.
+    std::array<int64_t, 2> mMaxUnindexedDuration{};
 };
 
 // Same notes in the same order, every record field equal (times and lengths by count and kind).
@@ -276,4 +328,5 @@ public:
 class Vela_NoteListBase_NdoState : public Ndo_State {
 public:
     Vela_NoteListBase::NoteVector mNotes;
+    std::array<int64_t, 2> mMaxUnindexedDuration{};
 };

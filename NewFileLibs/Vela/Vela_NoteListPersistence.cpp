@@ -181,10 +181,13 @@ Cmn_XMLNodePtr Vela_NoteListBase::GetAsXML() const {
 Ndo_State* Vela_NoteListBase::NdoGetState() {
     auto* stateP = new Vela_NoteListBase_NdoState;
     stateP->mNotes.Assign(mNotes);
+    stateP->mMaxUnindexedDuration = mMaxUnindexedDuration;
     return stateP;
 }
 
 void Vela_NoteListBase::NdoRestoreState(Ndo_State* iStateP) {
     const auto* stateP = dynamic_cast<const Vela_NoteListBase_NdoState*>(iStateP);
-    if (stateP) mNotes.Assign(stateP->mNotes);
+    if (!stateP) return;
+    mNotes.Assign(stateP->mNotes);
+    mMaxUnindexedDuration = stateP->mMaxUnindexedDuration;
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <deque>
 #include <tuple>
 
 #include "Mdie_SubStream.h"
@@ -14,6 +13,7 @@ namespace {
 constexpr int kNumChannels = 16;
 constexpr int kNumPitches = 128;
 constexpr int8_t kNeutralReleaseVelocity = 64;
+constexpr int64_t kMaxDelta = 0x0FFFFFFF;  // the largest four-byte variable-length number
 
 std::string Hex(unsigned iByte) {
     char text[8];
@@ -152,6 +152,7 @@ public:
         bool ended = false;
         while (!mIn.AtEnd() && !ended) {
             mFileTick += mIn.Vlq("a delta time");
+            if (mFileTick > kTime_MaxCount / Time_cTicksPerQuarter) Fail(mIn.Offset(), "delta times add up past the library's time range");
             mTick = Vela_SmfCodec::ToLibraryTicks(mFileTick, mDivision);
             const unsigned first = mIn.U8("an event");
             if (first == 0xFF) ended = ReadMeta();
@@ -330,7 +331,7 @@ private:
             return;
         }
         End(open.front(), iVelocity);
-        open.pop_front();
+        open.erase(open.begin());
     }
     void End(const OpenNote& iNote, int8_t iVelocity) {
         Mdie_TimedEvent& timed = Track(iNote.mTrack).mEvents[iNote.mEvent];
@@ -354,7 +355,8 @@ private:
     std::array<int, kNumChannels> mChannelTrack{};
     std::array<int64_t, kNumChannels> mProgramTick{};
     std::array<size_t, kNumChannels> mProgramEvent{};
-    std::array<std::deque<OpenNote>, kNumChannels * kNumPitches> mOpen;
+    // Sounding notes per channel and pitch, oldest first (vectors: empty ones cost nothing).
+    std::array<std::vector<OpenNote>, kNumChannels * kNumPitches> mOpen;
 };
 
 void AddTrackItems(const Vela_SmfTrack& iTrack, std::vector<Item>& ioItems) {
@@ -408,6 +410,10 @@ void WriteTrack(const std::vector<const Vela_SmfTrack*>& iTracks, int iDivision,
     int64_t fileTick = 0;
     auto put = [&](int64_t iTick, const std::vector<unsigned char>& iBytes) {
         const int64_t at = std::max(fileTick, Vela_SmfCodec::ToFileTicks(std::max<int64_t>(iTick, 0), iDivision));
+        for (; at - fileTick > kMaxDelta; fileTick += kMaxDelta) {  // a delta has at most 28 bits: bridge with empty texts
+            PutVlq(body, kMaxDelta);
+            body.insert(body.end(), {0xFF, 0x01, 0x00});
+        }
         PutVlq(body, static_cast<uint64_t>(at - fileTick));
         fileTick = at;
         body.insert(body.end(), iBytes.begin(), iBytes.end());

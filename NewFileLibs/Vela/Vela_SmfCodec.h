@@ -30,14 +30,16 @@
 //    of the track end there (release velocity 64).
 //  - File ticks become library ticks rounded to the nearest (halves up); since a library tick
 //    is at most 1/29 of a file tick for every legal division, writing back gives every file tick
-//    exactly. A track without an end-of-track event ends at its last event.
+//    exactly. A track without an end-of-track event ends at its last event. A track whose
+//    times pass the library's time range is refused.
 //  - Anything malformed (bad chunk lengths, truncated events, a variable-length number of more
 //    than four bytes, a data byte with no status, a status byte not allowed in a file) throws
 //    Vela_SmfError naming the byte offset; nothing is returned half-read.
 // Writing: format 1, the song's division, one file track per mFileTrack (in order), channel
 // messages through the library's own encoder, no running status. At one tick: side events,
 // note-offs, other events in playback order, note-ons, then the offs of zero-length notes, so
-// reading the file back pairs every note as it was.
+// reading the file back pairs every note as it was. A gap longer than a delta time can say (28
+// bits) is bridged with empty text meta events.
 //
 // Not for real-time use (allocates). Reentrant: no shared state.
 #pragma once

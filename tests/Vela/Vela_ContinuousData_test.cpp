@@ -8,9 +8,10 @@
 
 #include "AssertCapture.h"
 #include "BlockBytes.h"
-#include "Cmn_Exception.h"
+#include "LocalizedError.h"
 #include "Ndo_Manager.h"
 #include "Sys_TypedStream.h"
+#include "UndoMarks.h"
 #include "Vela_ContinuousData.h"
 
 namespace {
@@ -27,22 +28,6 @@ Oracle Contents(const Vela_ContinuousData& iData) {
         contents[segment.mTime.AsInt64()] = segment.mValue;
     }
     return contents;
-}
-
-std::vector<int64_t> Times(const Vela_ContinuousData& iData) {
-    std::vector<int64_t> times;
-    for (const Vela_ContinuousData_Segment& segment : iData.GetSegments()) times.push_back(segment.mTime.AsInt64());
-    return times;
-}
-
-// Runs one edit in its own undo group and answers whether it announced a change.
-template <class TEdit>
-bool MarkedBy(Vela_ContinuousData& ioData, TEdit iEdit) {
-    Ndo_gManager.BeginGroup();
-    iEdit();
-    const bool marked = Ndo_gManager.IsMarked(&ioData);
-    Ndo_gManager.EndGroup();
-    return marked;
 }
 
 ByteVector Bytes(const Vela_ContinuousData& iData) {
@@ -68,12 +53,7 @@ ByteVector MdCD(const std::vector<std::pair<Time_Typed, int32_t>>& iSegments, in
 
 int MessageIdOfReading(const ByteVector& iBytes) {
     Vela_ContinuousData data(Ndo_Object::kNotUndoable, false);
-    try {
-        Read(data, iBytes);
-    } catch (const Cmn_LocalizedException& e) {
-        return e.GetMessageID();
-    }
-    return 0;
+    return LocalizedMessageIdOf([&] { Read(data, iBytes); });
 }
 
 }  // namespace
@@ -93,8 +73,10 @@ TEST(ContinuousData, MixedEditsMatchAMapAndUndoRedoEachStep) {
         const int64_t start = below(220) - 10, end = start + below(60) - 5, offset = below(80) - 40;
         Vela_ContinuousData source(Ndo_Object::kNotUndoable, false);
         Oracle sourceOracle;
-        for (int i = below(12); i > 0; --i) source.SetValueAtTime(Tick(sourceOracle.emplace(below(200), 0).first->first), 0);
-        for (auto& [time, value] : sourceOracle) source.SetValueAtTime(Tick(time), value = static_cast<int32_t>(below(4)));
+        for (int i = below(12); i > 0; --i) {
+            const int64_t time = below(200);
+            source.SetValueAtTime(Tick(time), sourceOracle[time] = static_cast<int32_t>(below(4)));
+        }
         auto inRange = [&](int64_t iTime) { return iTime >= start && iTime < end; };
 
         Oracle expected = oracle;
@@ -155,47 +137,23 @@ TEST(ContinuousData, MixedEditsMatchAMapAndUndoRedoEachStep) {
     Ndo_gManager.SetHistoryDepth(100);
 }
 
-TEST(ContinuousData, NoValueBeforeTheFirstSegmentIsReported) {
-    Vela_ContinuousData data(Ndo_Object::kNotUndoable, false);
-    data.SetValueAtTime(Tick(10), 5);
-    AssertCapture asserts;
-    EXPECT_EQ(data.GetValueAtTime(Tick(9)), 0);
-    ASSERT_EQ(asserts.Count(), 1u);
-    EXPECT_EQ(asserts.Condition(), "i != mSegments.begin()");
-    data.NdoRestoreState(nullptr);
-    EXPECT_EQ(asserts.Condition(1), "p != 0");
-    EXPECT_EQ(data.GetSize(), 1u);
-}
-
 TEST(ContinuousData, OffsetsSnapTickTimesOnlyWhenBothSwitchesAreOn) {
     const int64_t grid = Time_Globals::GetCoarseInternalTickGrid();
-    struct Case {
-        bool mActive, mSnap;
-        std::vector<int64_t> mAdded;   // AddFromData of ticks {100, 200, grid + 10} by +50
-        std::vector<int64_t> mOffset;  // then OffsetTimes by +7 of the result
-    };
-    const Case cases[] = {
-        {false, true, {150, 250, grid + 60}, {157, 257, grid + 67}},
-        {true, false, {150, 250, grid + 60}, {157, 257, grid + 67}},
-        // 150 and 250 both snap to 0: the earlier copy wins.
-        {true, true, {0, grid}, {0, grid}},
-    };
-    for (const Case& c : cases) {
-        TickTimesMatter::SetActive(c.mActive);
-        Vela_ContinuousData source(Ndo_Object::kNotUndoable, false), data(Ndo_Object::kNotUndoable, c.mSnap);
+    for (auto [active, snap] : {std::pair{false, true}, {true, false}, {true, true}}) {
+        TickTimesMatter::SetActive(active);
+        Vela_ContinuousData source(Ndo_Object::kNotUndoable, false), data(Ndo_Object::kNotUndoable, snap);
         for (int64_t time : {int64_t(100), int64_t(200), grid + 10}) source.SetValueAtTime(Tick(time), static_cast<int32_t>(time));
         data.AddFromData(source, Tick(0), Tick(grid * 2), Ticks(50));
-        EXPECT_EQ(Times(data), c.mAdded) << c.mActive << c.mSnap;
-        if (c.mActive && c.mSnap) {
-            EXPECT_EQ(data.GetValueAtTime(Tick(0)), 100);
-        }
         data.OffsetTimes(Ticks(7));
-        EXPECT_EQ(Times(data), c.mOffset);
+        // Snapped, 150 and 250 both land on 0 and the earlier copy wins.
+        const int32_t last = static_cast<int32_t>(grid + 10);
+        const Oracle expected = active && snap ? Oracle{{0, 100}, {grid, last}} : Oracle{{157, 100}, {257, 200}, {grid + 67, last}};
+        EXPECT_EQ(Contents(data), expected);
     }
     TickTimesMatter::SetActive(false);
 }
 
-TEST(ContinuousData, BlockBytesRoundTripAndDamage) {
+TEST(ContinuousData, BlockBytesRoundTripDamageAndReports) {
     Vela_ContinuousData data(Ndo_Object::kNotUndoable, false);
     data.SetValueAtTime(Time_Typed(7, kTime_Samples), -3);
     data.SetValueAtTime(Tick(1000), 127);
@@ -223,8 +181,14 @@ TEST(ContinuousData, BlockBytesRoundTripAndDamage) {
     negative.SetValueAtTime(Tick(-10), 2);
     AssertCapture asserts;
     const ByteVector written = Bytes(negative);
-    EXPECT_EQ(asserts.Count(), 1u);
-    EXPECT_EQ(asserts.Condition(), "iter->mTime.AsInt64() >= previousTime.AsInt64()");
     Read(read, written);
     EXPECT_EQ(Contents(read), (Oracle{{-20, 1}, {-10, 2}}));
+    // Asking before the first segment, or restoring a foreign state, is reported too.
+    EXPECT_EQ(read.GetValueAtTime(Tick(-21)), 0);
+    read.NdoRestoreState(nullptr);
+    EXPECT_EQ(read.GetSize(), 2u);
+    ASSERT_EQ(asserts.Count(), 3u);
+    EXPECT_EQ(asserts.Condition(0), "iter->mTime.AsInt64() >= previousTime.AsInt64()");
+    EXPECT_EQ(asserts.Condition(1), "i != mSegments.begin()");
+    EXPECT_EQ(asserts.Condition(2), "p != 0");
 }

@@ -1,7 +1,9 @@
 // Events as MIDI wire messages: each type's bytes, program parts, sysex framing and slicing,
-// the types that have no wire form, and that none of it allocates.
+// the types that have no wire form, and that none of it allocates. Every event encoded here
+// goes through both the message interface and the one-call path, which must agree.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -16,14 +18,39 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using Messages = std::vector<Bytes>;
 
-// Every message of the event, in the calling order an output port uses.
+// The one-call path's answer and what it wrote in iRoom bytes: nothing when it does not fit, and
+// never past the room (nor past the answer in a room below kMaxFixedWireLength).
+std::pair<int, Bytes> OneCall(const Vela_Event& iEvent, int iChannel, int iRoom) {
+    std::vector<signed char> out(size_t(iRoom) + Vela_Event::kMaxFixedWireLength, 0x55);
+    const int length = iEvent.WriteMessages(out.data(), iRoom, iChannel);
+    const bool fits = length <= iRoom;
+    const int clean = !fits ? 0 : iRoom < Vela_Event::kMaxFixedWireLength ? length : iRoom;
+    EXPECT_TRUE(std::all_of(out.begin() + clean, out.end(), [](signed char iByte) { return iByte == 0x55; }))
+        << "wrote outside the room of " << iRoom;
+    return {length, fits ? Bytes(out.begin(), out.begin() + length) : Bytes()};
+}
+
+// Every message of the event, in the calling order an output port uses. The one-call path must
+// give them back to back, the channel in each channel message's status, in any room.
 Messages Encode(const Vela_Event& iEvent) {
+    constexpr int kChannel = 16 + 11;  // only the low 4 bits count
     Messages messages;
+    Bytes joined;
     for (int i = 0; i < iEvent.GetNumMessages(); ++i) {
         std::vector<signed char> out(size_t(iEvent.GetMessageLength(i)) + 1, 0x55);
         iEvent.GetMessageData(out.data(), i);
         EXPECT_EQ(out.back(), 0x55) << "wrote past the message length";
         messages.emplace_back(out.begin(), out.end() - 1);
+        const size_t at = joined.size();
+        joined.insert(joined.end(), out.begin(), out.end() - 1);
+        if (joined.size() > at && joined[at] < 0xF0) joined[at] |= kChannel & 0x0F;
+    }
+    const int length = int(joined.size());
+    for (int room : {length + 16, length, length - 1}) {
+        SCOPED_TRACE(testing::Message() << "one call, room " << room);
+        const auto [answer, bytes] = OneCall(iEvent, kChannel, std::max(room, 0));
+        EXPECT_EQ(answer, length);
+        EXPECT_EQ(bytes, room >= length ? joined : Bytes());
     }
     return messages;
 }
@@ -93,50 +120,45 @@ TEST(EventEncoding, EachSingleMessageTypeHasItsWireBytes) {
 }
 
 TEST(EventEncoding, ProgramSendsOnlyItsEnabledPartsInOrder) {
-    Vela_ProgramEvent program(5, Bank(1, 2));
-    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x00, 0x01}, {0xB0, 0x20, 0x02}, {0xC0, 0x05}}));
-
-    program.SetMSBBankEnable(false);
-    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x20, 0x02}, {0xC0, 0x05}}));
-    EXPECT_EQ(program.GetMessageLength(2), 0);
-    signed char untouched[3] = {0x55, 0x55, 0x55};
-    program.GetMessageData(untouched, 2);
-    EXPECT_EQ(untouched[0], 0x55);
-
-    program.SetLSBBankEnable(false);
-    EXPECT_EQ(Encode(program), (Messages{{0xC0, 0x05}}));
-    program.SetMSBBankEnable(true);
-    program.SetProgramEnable(false);
-    EXPECT_EQ(Encode(program), (Messages{{0xB0, 0x00, 0x01}}));
-    program.SetMSBBankEnable(false);
-    EXPECT_EQ(program.GetNumMessages(), 0);
-
+    const Messages parts = {{0xB0, 0x00, 0x01}, {0xB0, 0x20, 0x02}, {0xC0, 0x05}};
+    for (int enabled = 0; enabled < 8; ++enabled) {
+        SCOPED_TRACE(testing::Message() << "enabled parts " << enabled);
+        Vela_ProgramEvent program(5, Bank(1, 2));
+        program.SetMSBBankEnable(enabled & 1);
+        program.SetLSBBankEnable(enabled & 2);
+        program.SetProgramEnable(enabled & 4);
+        Messages expected;
+        for (int part = 0; part < 3; ++part)
+            if (enabled >> part & 1) expected.push_back(parts[size_t(part)]);
+        EXPECT_EQ(Encode(program), expected);
+        // An index beyond the enabled parts names nothing and writes nothing.
+        signed char untouched[3] = {0x55, 0x55, 0x55};
+        program.GetMessageData(untouched, int(expected.size()));
+        EXPECT_EQ(program.GetMessageLength(int(expected.size())), 0);
+        EXPECT_EQ(untouched[0], 0x55);
+    }
     // Slices of a program message come from the message it names.
     const Vela_ProgramEvent full(9, Bank(3, 4));
     EXPECT_EQ(Partial(full, 1, 1, 2), (Bytes{0x20, 0x04}));
     EXPECT_EQ(Partial(full, 2, 0, 2), (Bytes{0xC0, 0x09}));
 }
 
-TEST(EventEncoding, ShortSysexIsFramedAndSliced) {
-    const unsigned char payload[] = {0x7E, 0x7F, 0x09, 0x01};
-    const Vela_SysexEvent sysex(4, payload);
-    EXPECT_TRUE(sysex.IsMessageSysex(0));
+TEST(EventEncoding, SysexIsFramedAndSlicesOfAnySizeConcatenateToTheWholeMessage) {
+    const unsigned char payload4[] = {0x7E, 0x7F, 0x09, 0x01};
+    const Vela_SysexEvent sysex(4, payload4);
     EXPECT_TRUE(sysex.IsMessageSysex(7));
-    EXPECT_EQ(sysex.GetMessageLength(0), 6);
     EXPECT_EQ(Single(sysex), (Bytes{0xF0, 0x7E, 0x7F, 0x09, 0x01, 0xF7}));
     // A slice ending on the last payload byte has no F7; the next one is the F7 alone.
     EXPECT_EQ(Partial(sysex, 0, 1, 4), (Bytes{0x7E, 0x7F, 0x09, 0x01}));
     EXPECT_EQ(Partial(sysex, 0, 5, 1), (Bytes{0xF7}));
-    EXPECT_EQ(Single(Vela_SysexEvent(0, nullptr)), (Bytes{0xF0, 0xF7}));
-}
 
-TEST(EventEncoding, SlicesOfAnySizeConcatenateToTheWholeMessage) {
     std::vector<unsigned char> payload(300);
     for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<unsigned char>(i & 0x7F);
     for (int payloadLength : {0, 1, 13, 14, 15, 40, 300}) {
         const Vela_SysexEvent sysex(payloadLength, payload.data());
         const Bytes whole = Single(sysex);
         ASSERT_EQ(whole.size(), size_t(payloadLength) + 2);
+        EXPECT_EQ(Bytes({whole.front(), whole.back()}), (Bytes{0xF0, 0xF7}));
         for (int slice : {1, 2, 3, 5, 7, 16, 64, 1000}) {
             SCOPED_TRACE(testing::Message() << payloadLength << " payload bytes, slices of " << slice);
             EXPECT_EQ(Sliced(sysex, slice), whole);
@@ -150,7 +172,7 @@ TEST(EventEncoding, LongSysexFromPacketsIsSentOnlyWhenComplete) {
     bytes.front() = 0xF0;
     const Vela_SysexPacketEvent noEnd(20, bytes.data(), &allocator);
     ASSERT_EQ(noEnd.GetType(), Vela_Event::kLongSysex);
-    EXPECT_EQ(noEnd.GetNumMessages(), 0);
+    EXPECT_EQ(Encode(noEnd), Messages{});
     EXPECT_TRUE(noEnd.IsMessageSysex(0));
 
     bytes.back() = 0xF7;
@@ -190,7 +212,8 @@ TEST(EventEncoding, TypesWithoutMessageFormWriteNothingAndInternalOnesAssert) {
         SCOPED_TRACE(testing::Message() << "type " << int(c.mEvent.GetType()));
         AssertCapture asserts;
         EXPECT_EQ(c.mEvent.GetNumMessages(), 0);
-        EXPECT_EQ(asserts.Count(), c.mCountAsserts);
+        EXPECT_EQ(OneCall(c.mEvent, 3, 16), std::make_pair(0, Bytes()));
+        EXPECT_EQ(asserts.Count(), 2 * c.mCountAsserts);
         asserts.Clear();
         EXPECT_EQ(c.mEvent.GetMessageLength(0), 0);
         signed char out[4] = {0x55, 0x55, 0x55, 0x55};
@@ -214,6 +237,7 @@ TEST(EventEncoding, EncodingEveryTypeNeverAllocates) {
     signed char out[128];
     AllocCounter counter;
     for (const Vela_Event& event : events) {
+        event.WriteMessages(out, sizeof out, 5);
         for (int i = 0; i < event.GetNumMessages(); ++i) {
             event.GetMessageData(out, i);
             for (int offset = 0; offset < event.GetMessageLength(i); offset += 2) event.GetPartialMessageData(out, i, offset, 2);

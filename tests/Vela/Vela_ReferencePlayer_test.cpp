@@ -22,18 +22,11 @@ constexpr int kUnknown = -1;
 struct Wire : Vela_PlayerOutput {
     std::multiset<int> mSounding[16];
     std::map<int, int> mControllers[16];
-    int mBend[16];
-    int mPressure[16];
-    int mProgram[16];
+    std::map<int, int> mBend, mPressure, mProgram;  // by channel; absent while unknown
     int64_t mLastTime = 0;
     std::string mFault;
     std::string mLog;  // the script and the bytes, shown on failure
 
-    Wire() {
-        std::fill(std::begin(mBend), std::end(mBend), kUnknown);
-        std::fill(std::begin(mPressure), std::end(mPressure), kUnknown);
-        std::fill(std::begin(mProgram), std::end(mProgram), kUnknown);
-    }
     void Send(int64_t iOutputTick, int64_t iSongTick, const unsigned char* iBytes, int iLength) override {
         if (iOutputTick < mLastTime) mFault += "time went back; ";
         char text[64];
@@ -90,9 +83,10 @@ std::string Audit(const Vela_SmfSong& iSong, const Wire& iWire, int64_t iAt, boo
             if (found == iWire.mControllers[channel].end() || found->second != value)
                 fault += "controller " + std::to_string(number) + " not " + std::to_string(value) + where;
         }
-        if (bend != kUnknown && iWire.mBend[channel] != bend) fault += "pitch bend" + where;
-        if (pressure != kUnknown && iWire.mPressure[channel] != pressure) fault += "pressure" + where;
-        if (program && program->AsProgram().IsProgramEnabled() && iWire.mProgram[channel] != program->AsProgram().GetProgram())
+        auto held = [&](const std::map<int, int>& iValues) { return iValues.count(channel) ? iValues.at(channel) : kUnknown; };
+        if (bend != kUnknown && held(iWire.mBend) != bend) fault += "pitch bend" + where;
+        if (pressure != kUnknown && held(iWire.mPressure) != pressure) fault += "pressure" + where;
+        if (program && program->AsProgram().IsProgramEnabled() && held(iWire.mProgram) != program->AsProgram().GetProgram())
             fault += "program" + where;
         if (program && program->AsProgram().IsMSBBankEnabled() &&
             iWire.mControllers[channel].count(0) && iWire.mControllers[channel].at(0) != program->AsProgram().GetMSBBank())
@@ -108,7 +102,7 @@ std::string AuditRest(const Wire& iWire) {
         if (!iWire.mSounding[channel].empty()) fault += "notes left sounding; ";
         const auto sustain = iWire.mControllers[channel].find(64);
         if (sustain != iWire.mControllers[channel].end() && sustain->second != 0) fault += "sustain left down; ";
-        if (iWire.mBend[channel] != kUnknown && iWire.mBend[channel] != 8192) fault += "pitch bend not centred; ";
+        if (iWire.mBend.count(channel) && iWire.mBend.at(channel) != 8192) fault += "pitch bend not centred; ";
     }
     return fault;
 }

@@ -153,6 +153,23 @@ TEST(SmfCodec, MalformedFilesNameTheirOffset) {
     }
 }
 
+// Gaps longer than a delta time are bridged on writing; times past the library's range are refused.
+TEST(SmfCodec, LongTimes) {
+    Vela_SmfSong song;
+    song.mDivision = 1;
+    song.mTracks.emplace_back().mSide.push_back({Vela_SmfCodec::ToLibraryTicks(int64_t(3) << 28, 1), Vela_SmfSideEvent::kMeta, 0x06, "far"});
+    song.mTracks[0].mEndTick = song.mTracks[0].mSide[0].mTick;
+    const Bytes file = Vela_SmfCodec::Write(song);
+    const Vela_SmfSong back = Vela_SmfCodec::Read(file.data(), file.size());
+    ASSERT_EQ(back.mTracks[0].mSide.size(), 4u);  // three empty texts, then the marker where it was
+    EXPECT_EQ(back.mTracks[0].mSide[3], song.mTracks[0].mSide[0]);
+
+    std::string body;
+    for (int i = 0; i < 18000; ++i) body += "FFFFFF7F FF0100 ";
+    const Bytes tooLong = OneTrack(body);
+    EXPECT_THROW(Vela_SmfCodec::Read(tooLong.data(), tooLong.size()), Vela_SmfError);
+}
+
 // Damaged files either read or throw the file error: never anything else, never out of bounds
 // (the sanitizer build checks the reads).
 TEST(SmfCodec, MutatedFilesReadOrThrowCleanly) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <random>
 
@@ -125,12 +126,8 @@ std::map<std::pair<int, long>, std::vector<std::string>> Listing(const std::stri
 }
 
 std::vector<unsigned char> ReadFile(const std::string& iPath) {
-    FILE* file = std::fopen(iPath.c_str(), "rb");
-    std::vector<unsigned char> bytes;
-    int c;
-    while (file && (c = std::fgetc(file)) != EOF) bytes.push_back(static_cast<unsigned char>(c));
-    if (file) std::fclose(file);
-    return bytes;
+    std::ifstream file(iPath, std::ios::binary);
+    return std::vector<unsigned char>(std::istreambuf_iterator<char>(file), {});
 }
 
 TEST(Song, RealFilesSurviveImportAndExport) {

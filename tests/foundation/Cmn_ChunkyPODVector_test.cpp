@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -80,6 +81,29 @@ TEST(Cmn_ChunkyPODVector, MatchesAPlainVectorUnderRandomEdits) {
     }
 }
 
+TEST(Cmn_ChunkyPODVector, PartitionPointAndReadingAgreeWithAPlainVectorWithoutTouchingTheHeap) {
+    std::mt19937 random(77);
+    for (size_t perChunk : {1u, 3u, 8u}) {
+        Vector vector(perChunk);
+        std::vector<Record> model;  // sorted by key, repeats allowed
+        for (int step = 0; step < 200; ++step) {
+            const Record record{static_cast<int>(random() % 50), 0};
+            const auto at = std::upper_bound(model.begin(), model.end(), record.mKey, [](int iKey, const Record& iR) { return iKey < iR.mKey; });
+            vector.Insert(static_cast<size_t>(at - model.begin()), 1, &record);
+            model.insert(at, record);
+            const int key = static_cast<int>(random() % 52) - 1;
+            auto before = [key](const Record& iR) { return iR.mKey < key; };
+            AllocCounter counter;  // reading never touches the heap
+            const size_t found = vector.PartitionPoint(before);
+            long sum = 0;
+            for (const Record& stored : vector) sum += stored.mKey;
+            ASSERT_EQ(counter.Count(), 0u);
+            ASSERT_EQ(found, static_cast<size_t>(std::partition_point(model.begin(), model.end(), before) - model.begin()));
+            ASSERT_EQ(sum, std::accumulate(model.begin(), model.end(), 0L, [](long iSum, const Record& iR) { return iSum + iR.mKey; }));
+        }
+    }
+}
+
 TEST(Cmn_ChunkyPODVector, IteratorsMoveByIndexAndWorkWithStandardAlgorithms) {
     Vector vector(4);
     for (int i = 0; i < 20; ++i) vector.PushBack({i * 10, 0});
@@ -129,17 +153,6 @@ TEST(Cmn_ChunkyPODVector, CopiesAndAssignmentsAreIndependent) {
     EXPECT_EQ(original[0].mKey, 5);
 }
 
-TEST(Cmn_ChunkyPODVector, ReadingNeverTouchesTheHeap) {
-    Vector vector(4);
-    InsertSequence(vector, 0, 0, 50);
-    AllocCounter counter;
-    long sum = 0;
-    for (const Record& record : vector) sum += record.mKey;
-    sum += std::lower_bound(vector.begin(), vector.end(), 25, [](const Record& iR, int iKey) { return iR.mKey < iKey; })->mKey;
-    EXPECT_EQ(counter.Count(), 0u);
-    EXPECT_EQ(sum, 49 * 50 / 2 + 25);
-}
-
 TEST(Cmn_ChunkyPODVector, OutOfRangePositionsAreReportedAndClamped) {
     Vector vector(4);
     AssertCapture asserts;
@@ -152,4 +165,35 @@ TEST(Cmn_ChunkyPODVector, OutOfRangePositionsAreReportedAndClamped) {
     EXPECT_EQ(asserts.Condition(0), "iPos <= mSize");
     EXPECT_EQ(asserts.Condition(1), "iLast <= mSize");
     EXPECT_EQ(asserts.Condition(2), "iIndex < mSize");
+}
+
+// Bulk inserts spread over many directory groups; erasures and merges cross them; the key
+// search agrees with a search of the records, also after keys were changed in place.
+TEST(Cmn_ChunkyPODVector, ManyGroupsKeepOrderAndTheKeySearchFindsItsBound) {
+    std::mt19937 random(99);
+    for (size_t perChunk : {1u, 5u}) {
+        Vector vector(perChunk);
+        std::vector<Record> model = Sequence(0, 3000);
+        vector.Insert(0, model.size(), model.data());
+        for (int step = 0; step < 200; ++step) {
+            const size_t first = random() % model.size(), last = std::min(model.size(), first + random() % 700);
+            vector.GetImpl().Erase(first, last);
+            model.erase(model.begin() + static_cast<ptrdiff_t>(first), model.begin() + static_cast<ptrdiff_t>(last));
+            const std::vector<Record> records(1 + random() % 700, Record{static_cast<int>(random() % 4000), 0});  // a run of one key keeps the order
+            const size_t at = static_cast<size_t>(std::lower_bound(model.begin(), model.end(), records.front().mKey, [](const Record& iR, int iKey) { return iR.mKey < iKey; }) - model.begin());
+            vector.Insert(at, records.size(), records.data());
+            model.insert(model.begin() + static_cast<ptrdiff_t>(at), records.begin(), records.end());
+            if (step % 50 == 0) {  // keys changed in place are taken up again by RefreshKeys
+                for (Record& record : vector) record.mKey *= 2;
+                for (Record& record : model) record.mKey *= 2;
+                vector.GetImpl().RefreshKeys();
+            }
+            ASSERT_EQ(KeysOf(vector), KeysOf(model)) << step;
+            const int wanted = static_cast<int>(random() % 8000);
+            const auto before = [wanted](const void* iKeyP) { return static_cast<const Record*>(iKeyP)->mKey < wanted; };
+            const auto expected = std::partition_point(model.begin(), model.end(), [wanted](const Record& iR) { return iR.mKey < wanted; });
+            ASSERT_EQ(vector.GetImpl().PartitionPoint(before, true), static_cast<size_t>(expected - model.begin())) << step;
+        }
+        ExpectRunsTile(vector);
+    }
 }

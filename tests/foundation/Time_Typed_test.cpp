@@ -84,6 +84,7 @@ TEST_F(TimeTypedTest, MinAndMaxTimeBoundEveryTimeOfEitherKind) {
     // Counts beyond the range mean the same as its ends.
     EXPECT_TRUE(Ticks(kInt64Max) == Time_Typed::MaxTime(kTime_Samples));
     EXPECT_TRUE(Samples(kInt64Min) == Time_Typed::MinTime(kTime_Ticks));
+    EXPECT_TRUE(Ticks(kInt64Max) == Time_Typed::MaxTime(kTime_Ticks) && Samples(kInt64Min) < Samples(kTime_MinCount + 1));
     EXPECT_EQ(Time_Convert::ToTick(Time_Typed::MaxTime(kTime_Samples)), Time_Typed::MaxTime(kTime_Ticks));
     EXPECT_EQ(Time_Convert::ToType(Time_Typed::MinTime(kTime_Ticks), kTime_Samples).AsInt64(), kTime_MinCount);
 }

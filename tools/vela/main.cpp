@@ -149,7 +149,7 @@ int64_t ParseTime(const Vela_Song& iSong, const std::string& iText) {
     const double bar = std::strtod(iText.c_str(), &end);
     double beat = 1;
     if (end != iText.c_str() && *end == ':') beat = std::strtod(end + 1, &end);
-    if (end == iText.c_str() || *end != '\0' || bar < 1 || beat < 1)
+    if (end == iText.c_str() || *end != '\0' || !(bar >= 1 && bar <= 1e6) || !(beat >= 1 && beat <= 1e6))
         throw UsageError("bad time '" + iText + "': give a bar (3, 4.5) or bar:beat (3:2)");
     return iSong.GetTickAtBars(bar - 1) + static_cast<int64_t>((beat - 1) * Time_cTicksPerQuarter + 0.5);
 }
