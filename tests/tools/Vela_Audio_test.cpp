@@ -98,6 +98,7 @@ struct NotePool {
 class JackServer {
 public:
     explicit JackServer(uint32_t iPeriod) : mName("vela-test-" + std::to_string(getpid())) {
+        if (!VELA_HAVE_JACK) return;
         setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
         const std::string period = std::to_string(iPeriod);
         mPid = fork();
