@@ -31,10 +31,16 @@
 
 namespace {
 
-#if !defined(VELA_ALLOC_COUNTER_OFF) && defined(__x86_64__) && defined(__GLIBC__)
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VELA_SANITIZED 1
+#endif
+#endif
+#if !defined(VELA_SANITIZED) && !defined(__SANITIZE_ADDRESS__) && defined(__x86_64__) && defined(__GLIBC__)
 #define VELA_COUNT_LOCKS 1
 // Locks taken on this thread, counted by standing in for the C library's mutex lock, which
-// stays reachable under its internal name (the thread sanitizer build keeps its own).
+// stays reachable under its internal name. The sanitizers intercept that lock themselves, so
+// their builds count nothing and the ordinary build does the proving.
 thread_local uint64_t tLocks = 0;
 extern "C" int VelaLibcMutexLock(pthread_mutex_t* iMutexP);
 __asm__(".symver VelaLibcMutexLock,__pthread_mutex_lock@GLIBC_2.2.5");
