@@ -32,6 +32,20 @@ if(TARGET vela_soak)
   add_test(NAME Soak_smoke COMMAND vela_soak 3 --warmup 1 ${vela_soak_limit})
 endif()
 
+# The audio outputs: the JACK test starts its own server, so each test has a time limit in
+# case a server or client hangs.
+if(TARGET tools_Vela_Audio_test)
+  if(TARGET vela_audio)
+    # The render test plays the tool's demo song.
+    target_sources(tools_Vela_Audio_test PRIVATE ${PROJECT_SOURCE_DIR}/tools/vela/Demo.cpp)
+    target_include_directories(tools_Vela_Audio_test PRIVATE ${PROJECT_SOURCE_DIR}/tools/vela)
+    target_link_libraries(tools_Vela_Audio_test PRIVATE vela_audio)
+    gtest_discover_tests(tools_Vela_Audio_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60)
+  else()
+    set_target_properties(tools_Vela_Audio_test PROPERTIES EXCLUDE_FROM_ALL ON)
+  endif()
+endif()
+
 # The command-line tool end to end: the demo writes its files; each command runs on them and a
 # damaged file gives one line on stderr and exit status 1, a bad command line status 2.
 if(TARGET vela_tool)
@@ -51,4 +65,23 @@ if(TARGET vela_tool)
     if \$vela info cut.mid 2> error.txt; then exit 1; else test \$? -eq 1; fi
     test \$(wc -l < error.txt) -eq 1 && grep -q 'cut.mid: byte' error.txt
     if \$vela play demo.mid --from x 2> /dev/null; then exit 1; else test \$? -eq 2; fi")
+endif()
+
+# vela render and vela play --jack from the command line: the files they write and their
+# one-line errors (the JACK server the test asks for does not exist).
+if(TARGET vela_tool AND VELA_AUDIO_OUTPUTS)
+  set(vela_audio_dir ${CMAKE_CURRENT_BINARY_DIR}/vela_audio_test)
+  file(MAKE_DIRECTORY ${vela_audio_dir})
+  add_test(NAME VelaTool.RenderAndJackErrors WORKING_DIRECTORY ${vela_audio_dir} COMMAND sh -ec "
+    vela=$<TARGET_FILE:vela_tool>
+    \$vela > /dev/null
+    if [ -r /usr/share/sounds/sf2/TimGM6mb.sf2 ]; then
+      \$vela render demo.mid --from 2 --to 3 -o song.wav --picture wave.svg | grep -q 'wrote song.wav'
+      test -s song.wav && grep -q '</svg>' wave.svg
+    fi
+    if \$vela render demo.mid -o x.wav --soundfont no.sf2 2> error.txt; then exit 1; fi
+    grep -qx 'vela render: soundfont not found: no.sf2' error.txt
+    if \$vela play demo.mid --jack --server vela-no-such-server 2> error.txt; then exit 1; fi
+    grep -qx \"vela play: cannot reach the JACK server 'vela-no-such-server' (is jackd running?)\" error.txt")
+  set_tests_properties(VelaTool.RenderAndJackErrors PROPERTIES TIMEOUT 120)
 endif()

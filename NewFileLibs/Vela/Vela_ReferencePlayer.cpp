@@ -29,7 +29,7 @@ struct Vela_ReferencePlayer::TrackPlayer {
 // Turns events into messages on one track's channel at one time.
 class Vela_ReferencePlayer::Emitter : public Mdie_EventReceiver {
 public:
-    explicit Emitter(std::vector<Message>& ioPending) : mPending(ioPending) {}
+    Emitter(std::vector<Message>& ioPending, std::vector<unsigned char>& ioBytes) : mPending(ioPending), mBytes(ioBytes) {}
 
     void SetPlace(int iChannel, int64_t iOutputTick, int64_t iSongTick) {
         mChannel = iChannel;
@@ -40,22 +40,29 @@ public:
         for (int i = 0; i < iEvent.GetNumMessages(); ++i) {
             const int length = iEvent.GetMessageLength(i);
             if (length <= 0) continue;
-            Message message{mOutputTick, mSongTick, std::vector<unsigned char>(static_cast<size_t>(length))};
-            iEvent.GetMessageData(reinterpret_cast<signed char*>(message.mBytes.data()), i);
-            if (message.mBytes[0] < 0xF0) message.mBytes[0] = static_cast<unsigned char>(message.mBytes[0] | mChannel);
-            mPending.push_back(std::move(message));
+            const size_t offset = mBytes.size();
+            mBytes.resize(offset + static_cast<size_t>(length));
+            unsigned char* bytes = mBytes.data() + offset;
+            iEvent.GetMessageData(reinterpret_cast<signed char*>(bytes), i);
+            if (bytes[0] < 0xF0) bytes[0] = static_cast<unsigned char>(bytes[0] | mChannel);
+            mPending.push_back({mOutputTick, mSongTick, static_cast<uint32_t>(offset), static_cast<uint32_t>(length),
+                                static_cast<uint32_t>(mPending.size())});
         }
     }
 
 private:
     std::vector<Message>& mPending;
+    std::vector<unsigned char>& mBytes;
     int mChannel = 0;
     int64_t mOutputTick = 0;
     int64_t mSongTick = 0;
 };
 
 Vela_ReferencePlayer::Vela_ReferencePlayer(const Vela_Song& iSong, Vela_PlayerOutput& iOutput, int64_t iBlockTicks)
-    : mSong(iSong), mOutput(iOutput), mBlockTicks(std::max<int64_t>(iBlockTicks, 1)), mEmitterP(new Emitter(mPending)) {
+    : mSong(iSong), mOutput(iOutput), mBlockTicks(std::max<int64_t>(iBlockTicks, 1)), mEmitterP(new Emitter(mPending, mPendingBytes)) {
+    mPending.reserve(kReservedMessages);
+    mPendingBytes.reserve(kReservedBytes);
+    mBlockEvents.Reserve(kReservedMessages);
     for (auto& channel : mHeld) channel.fill(-1);
     for (const Vela_SongTrack& track : mSong.mTracks)
         if (!IsEmpty(*track.mChunkP)) mTracks.push_back(std::make_unique<TrackPlayer>(track, mMap));
@@ -170,23 +177,29 @@ void Vela_ReferencePlayer::PlayBlock(int64_t iStart, int64_t iEnd) {
 }
 
 void Vela_ReferencePlayer::Flush() {
-    std::stable_sort(mPending.begin(), mPending.end(),
-                     [](const Message& iA, const Message& iB) { return iA.mOutputTick < iB.mOutputTick; });
-    for (const Message& message : mPending)
-        if (!Repeats(message.mBytes))
-            mOutput.Send(message.mOutputTick, message.mSongTick, message.mBytes.data(), static_cast<int>(message.mBytes.size()));
+    // Ties keep the order the messages were made in; std::sort, unlike std::stable_sort, needs
+    // no buffer, so a block that fits the reserved room allocates nothing.
+    std::sort(mPending.begin(), mPending.end(), [](const Message& iA, const Message& iB) {
+        return iA.mOutputTick != iB.mOutputTick ? iA.mOutputTick < iB.mOutputTick : iA.mSequence < iB.mSequence;
+    });
+    for (const Message& message : mPending) {
+        const unsigned char* bytes = mPendingBytes.data() + message.mOffset;
+        if (!Repeats(bytes, message.mLength))
+            mOutput.Send(message.mOutputTick, message.mSongTick, bytes, static_cast<int>(message.mLength));
+    }
     mPending.clear();
+    mPendingBytes.clear();
 }
 
-bool Vela_ReferencePlayer::Repeats(const std::vector<unsigned char>& iBytes) {
+bool Vela_ReferencePlayer::Repeats(const unsigned char* iBytes, size_t iLength) {
     const unsigned kind = iBytes[0] >> 4;
     int slot = -1;
-    if (kind == 0xB && iBytes.size() == 3) slot = iBytes[1];
+    if (kind == 0xB && iLength == 3) slot = iBytes[1];
     else if (kind == 0xC) slot = kProgramSlot;
     else if (kind == 0xD) slot = kPressureSlot;
-    else if (kind == 0xE && iBytes.size() == 3) slot = kBendSlot;
+    else if (kind == 0xE && iLength == 3) slot = kBendSlot;
     if (slot < 0) return false;
-    const int value = iBytes.size() == 3 && kind != 0xB ? iBytes[1] | (iBytes[2] << 7) : iBytes.back();
+    const int value = iLength == 3 && kind != 0xB ? iBytes[1] | (iBytes[2] << 7) : iBytes[iLength - 1];
     int& held = mHeld[iBytes[0] & 0x0F][slot];
     if (held == value) return true;
     held = value;

@@ -29,9 +29,11 @@
 // the output in time order; at one time, in the order they were made (tracks in song order).
 //
 // The note-in-progress allocator (Mdie_NoteInProgress::SetAllocator) must be set first; a note
-// it refuses is played but not tracked (the pool is the host's to size). Not real-time safe:
-// each block's messages are gathered and sorted in a vector. One thread; the song must not
-// change while a player uses it.
+// it refuses is played but not tracked (the pool is the host's to size). Real-time safe once
+// playing: each block's messages are gathered in room reserved at construction (kReserved*,
+// enough for a dense block) and sorted in place; only a block that outgrows that room
+// allocates, once. Construction is not real-time safe. One thread; the song must not change
+// while a player uses it.
 #pragma once
 
 #include <array>
@@ -76,10 +78,14 @@ public:
     int64_t GetOutputTime() const { return mOutputTime; }
 
 private:
+    static constexpr size_t kReservedMessages = 16384;
+    static constexpr size_t kReservedBytes = 1 << 18;
     struct Message {
         int64_t mOutputTick;
         int64_t mSongTick;
-        std::vector<unsigned char> mBytes;
+        uint32_t mOffset;  // in mPendingBytes
+        uint32_t mLength;
+        uint32_t mSequence;  // the order made, for ties
     };
     struct TrackPlayer;
     class Emitter;
@@ -89,7 +95,7 @@ private:
     void SendNoteOffs(TrackPlayer& ioTrack, int64_t iBlockStart, int64_t iUntil, bool iInclusive);
     void Flush();
     // True when the message would set a value the output already holds (remembering it if not).
-    bool Repeats(const std::vector<unsigned char>& iBytes);
+    bool Repeats(const unsigned char* iBytes, size_t iLength);
 
     const Vela_Song& mSong;
     Vela_PlayerOutput& mOutput;
@@ -98,6 +104,7 @@ private:
     std::vector<std::unique_ptr<TrackPlayer>> mTracks;
     std::unique_ptr<Emitter> mEmitterP;
     std::vector<Message> mPending;
+    std::vector<unsigned char> mPendingBytes;
     Mdie_TimedEventList mBlockEvents;
     bool mPlaying = false;
     bool mRestrike = true;

@@ -21,6 +21,7 @@
 
 #include "Cmn_Exception.h"
 #include "Cmn_XMLNode.h"
+#include "Audio.h"
 #include "Demo.h"
 #include "Mdi_Parse.h"
 #include "Mdie_NoteInProgress.h"
@@ -388,10 +389,40 @@ PlayPlan MakePlan(const Vela_Song& iSong, const Args& iArgs) {
     return plan;
 }
 
+// The plan of RunPlan as transport commands at output times, for players that run on their
+// own clock (a JACK callback, the renderer).
+AudioPlan MakeAudioPlan(const PlayPlan& iPlan) {
+    using C = Vela_TransportCommand;
+    AudioPlan audio;
+    audio.mRestrike = iPlan.mRestrike;
+    int64_t at = 0, position = iPlan.mFrom;
+    audio.mCommands = {{0, {C::eLocate, iPlan.mFrom}}, {0, {C::eStart}}};
+    if (iPlan.mLoopEnd > iPlan.mLoopStart) {
+        at += std::max<int64_t>(iPlan.mLoopStart - iPlan.mFrom, 0);
+        audio.mCommands.push_back({at, {C::eLoop, iPlan.mLoopStart, iPlan.mLoopEnd}});
+        audio.mCommands.push_back({at, {C::eLocate, iPlan.mLoopStart}});
+        at += (iPlan.mLoopEnd - iPlan.mLoopStart) * iPlan.mLoops - 1;
+        audio.mCommands.push_back({at, {C::eLoop}});  // the last pass plays on past the loop's end
+        at += 1;
+        position = iPlan.mLoopEnd;
+    }
+    at += std::max<int64_t>(iPlan.mTo - position, 0);
+    for (int64_t locate : iPlan.mLocates) {
+        audio.mCommands.push_back({at, {C::eLocate, locate}});
+        at += iPlan.mLength;
+    }
+    audio.mEndTick = at;
+    return audio;
+}
+
 int Play(const Args& iArgs) {
     if (iArgs.Positional().size() != 1) throw UsageError("give one file");
     const Vela_Song song = LoadSong(iArgs.Positional()[0]);
     const PlayPlan plan = MakePlan(song, iArgs);
+    if (iArgs.Flag("--jack")) {
+        if (!VELA_HAVE_JACK) throw Failure("this vela was built without JACK (install libjack-jackd2-dev and rebuild)");
+        return PlayJack(song, MakeAudioPlan(plan), iArgs.Get("--server"), iArgs.Get("--connect"));
+    }
     const std::string out = iArgs.Get("-o");
     Printer printer(song, !out.empty(), SIZE_MAX);
     Vela_ReferencePlayer player(song, printer);
@@ -404,6 +435,14 @@ int Play(const Args& iArgs) {
     const std::string rest = printer.RestReport();
     if (!rest.empty()) throw Failure("not at rest after stop: " + rest);
     return 0;
+}
+
+int Render(const Args& iArgs) {
+    if (iArgs.Positional().size() != 1) throw UsageError("give one file");
+    if (iArgs.Get("-o").empty()) throw UsageError("give the WAV file's name with -o, e.g. -o song.wav");
+    if (!VELA_HAVE_FLUIDSYNTH) throw Failure("this vela was built without fluidsynth (install libfluidsynth-dev and rebuild)");
+    const Vela_Song song = LoadSong(iArgs.Positional()[0]);
+    return RenderSong(song, MakeAudioPlan(MakePlan(song, iArgs)), iArgs.Get("-o"), iArgs.Get("--soundfont"), iArgs.Get("--picture"));
 }
 
 int Roll(const Args& iArgs) {
@@ -523,14 +562,23 @@ const Command kCommands[] = {
      "Every event of every track as the library's trace lines (the default), or each chunk's XML node.", {}, {"--xml", "--trace"},
      Dump},
     {"play", "vela play FILE [--from T] [--to T] [--loop A..B [--loops N]] [--locate T]... [--length BARS]\n"
-             "                [--no-restrike] [-o OUT.mid]",
+             "                [--no-restrike] [-o OUT.mid | --jack [--server NAME] [--connect PORT]]",
      "Plays the song through the reference player and prints every MIDI message with its output\n"
      "time (quarters) and song position (bar): from --from (default bar 1) to --to (default the\n"
      "end), passing the loop A..B N times (default 2) when it is reached, then for each --locate\n"
      "jumps there and plays --length bars (default 1), then stops. Times are bars (3, 4.5) or\n"
      "bar:beat (3:2). Notes that span a locate are struck again unless --no-restrike. With -o the\n"
-     "messages go into a MIDI file instead. Fails if anything is left sounding after the stop.",
-     {"--from", "--to", "--loop", "--loops", "--locate", "--length", "-o"}, {"--no-restrike"}, Play},
+     "messages go into a MIDI file instead. Fails if anything is left sounding after the stop.\n"
+     "With --jack it plays in real time on the JACK client vela (port vela:out) of the default\n"
+     "server (or --server NAME), connected to --connect PORT, at the song's opening tempo, and\n"
+     "prints the process callback's times against the period's budget.",
+     {"--from", "--to", "--loop", "--loops", "--locate", "--length", "-o", "--server", "--connect"}, {"--no-restrike", "--jack"}, Play},
+    {"render", "vela render FILE -o SONG.wav [--soundfont SF2] [--picture WAVE.svg] [play's --from --to --loop ...]",
+     "Renders what vela play would play through a General MIDI synthesizer into a 16-bit stereo\n"
+     "WAV file at 44100 Hz, followed by the release tail after the stop (at most two seconds).\n"
+     "The soundfont defaults to the timgm6mb-soundfont package's. --picture also draws the\n"
+     "waveform's envelope over a time axis in seconds. The song plays at its opening tempo.",
+     {"-o", "--soundfont", "--picture", "--from", "--to", "--loop", "--loops", "--locate", "--length"}, {"--no-restrike"}, Render},
     {"roll", "vela roll FILE -o ROLL.svg [--from T] [--to T]",
      "Draws the notes and controller lanes of the song (or of bars T to T) as an SVG picture.",
      {"-o", "--from", "--to"}, {}, Roll},
