@@ -255,8 +255,15 @@ JackRun PlayThroughJack(const JackServer& iServer, const Vela_Song& iSong, uint3
     }
     output.Finish();
     capture.Deactivate();
-    for (auto& message : capture.GetMessages())
-        run.mCaptured.push_back({int64_t(uint32_t(message.mFrameTime - output.GetStartFrameTime())), message.mBytes});
+    // Server time to output frame: the output's cycle that began at or before the message.
+    const auto cycles = output.GetCycleFrameTimes();
+    for (auto& message : capture.GetMessages()) {
+        auto cycle = std::upper_bound(cycles.begin(), cycles.end(), message.mFrameTime,
+                                      [](uint32_t iTime, uint32_t iStart) { return int32_t(iTime - iStart) < 0; });
+        if (cycle == cycles.begin()) continue;  // before the output's first cycle
+        --cycle;
+        run.mCaptured.push_back({(cycle - cycles.begin()) * int64_t{iPeriod} + (message.mFrameTime - *cycle), message.mBytes});
+    }
     run.mExpected = PlayOffline(iSong, output.GetAppliedCommands(), output.GetFrames(), iPeriod, 48000);
     run.mAllocations = output.GetAllocations();
     run.mLocks = output.GetLocks();

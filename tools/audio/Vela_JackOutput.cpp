@@ -54,7 +54,8 @@ Vela_JackOutput::Vela_JackOutput(Vela_BlockPlayer& iPlayer, const Vela_JackOptio
       mApplied(1024),
       mBlock(iOptions.mMaxMessages, iOptions.mMaxBytes),
       mTimer(iOptions.mMaxTimings),
-      mCpuTimer(iOptions.mMaxTimings) {
+      mCpuTimer(iOptions.mMaxTimings),
+      mCycleFrameTimes(iOptions.mMaxTimings) {
     mClientP->mClientP = OpenClient(iOptions);
     mClientP->mPortP = RegisterPort(mClientP->mClientP, "out", JackPortIsOutput);
     jack_set_process_callback(mClientP->mClientP, &Vela_JackOutput::Process, this);
@@ -93,7 +94,8 @@ void Vela_JackOutput::RunPeriod(uint32_t iFrames) {
     const uint64_t start = Vela_CallbackTimer::Now();
     const uint64_t cpuStart = Vela_CallbackTimer::ThreadNow();
     const int64_t frame = mFrames.load(std::memory_order_relaxed);
-    if (frame == 0) mStartFrameTime = jack_last_frame_time(mClientP->mClientP);
+    const auto cycle = static_cast<size_t>(mCycles.load(std::memory_order_relaxed));
+    if (cycle < mCycleFrameTimes.size()) mCycleFrameTimes[cycle] = jack_last_frame_time(mClientP->mClientP);
 
     mBlock.Clear();
     Vela_TransportCommand command;
@@ -113,6 +115,7 @@ void Vela_JackOutput::RunPeriod(uint32_t iFrames) {
             mPortDropped.fetch_add(1, std::memory_order_relaxed);
     }
     mFrames.store(frame + iFrames, std::memory_order_release);
+    mCycles.store(cycle + 1, std::memory_order_release);
 
     mTimer.Record(Vela_CallbackTimer::Now() - start);
     mCpuTimer.Record(Vela_CallbackTimer::ThreadNow() - cpuStart);
@@ -230,4 +233,9 @@ std::vector<Vela_AppliedCommand> Vela_JackOutput::GetAppliedCommands() const {
 std::string Vela_JackOutput::DescribeTimes() const {
     return Vela_CallbackTimer::Describe("callback wall time", mTimer.Summarize(), GetPeriod(), GetSampleRate()) + "\n" +
            Vela_CallbackTimer::Describe("callback CPU time", mCpuTimer.Summarize(), GetPeriod(), GetSampleRate());
+}
+
+std::vector<uint32_t> Vela_JackOutput::GetCycleFrameTimes() const {
+    const auto count = std::min<size_t>(mCycles.load(std::memory_order_acquire), mCycleFrameTimes.size());
+    return {mCycleFrameTimes.begin(), mCycleFrameTimes.begin() + static_cast<ptrdiff_t>(count)};
 }

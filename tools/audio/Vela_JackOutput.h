@@ -57,8 +57,10 @@ public:
     uint32_t GetPeriod() const;
     // Output frames played so far (0 at the first callback after Activate).
     int64_t GetFrames() const { return mFrames.load(std::memory_order_acquire); }
-    // The server's frame time of output frame 0 (valid once GetFrames() > 0).
-    uint32_t GetStartFrameTime() const { return mStartFrameTime; }
+    // The server's frame time at the start of each callback (read after Finish; the first
+    // mMaxTimings callbacks). Output frames run on one period per callback; the server's clock
+    // jumps where cycles were lost, so this is how server times map onto output frames.
+    std::vector<uint32_t> GetCycleFrameTimes() const;
     // Commands in the order applied (read after Finish).
     std::vector<Vela_AppliedCommand> GetAppliedCommands() const;
     const Vela_CallbackTimer& GetTimer() const { return mTimer; }
@@ -89,7 +91,8 @@ private:
     std::atomic<uint64_t> mLocks{0};
     std::atomic<uint64_t> mPortDropped{0};
     std::atomic<int64_t> mFrames{0};
-    uint32_t mStartFrameTime = 0;
+    std::atomic<uint64_t> mCycles{0};
+    std::vector<uint32_t> mCycleFrameTimes;
     bool mActive = false;
 };
 
