@@ -12,7 +12,7 @@
 
 #include "Cmn_Exception.h"
 #include "RandomSong.h"
-#include "Sys_TypedStream.h"
+#include "StreamValues.h"
 #include "Vela_Song.h"
 
 namespace {
@@ -43,12 +43,6 @@ std::vector<std::vector<std::string>> Canonical(const Vela_SmfSong& iSong) {
     return tracks;
 }
 
-std::vector<uint8_t> Document(const Vela_Song& iSong) {
-    Sys_MemoryOutStream out;
-    iSong.StreamOut(out);
-    return out.GetBytes();
-}
-
 Vela_Song ReadDocument(const std::vector<uint8_t>& iBytes) {
     Sys_MemoryInStream in(iBytes.data(), iBytes.size());
     return Vela_Song::StreamIn(in);
@@ -58,7 +52,7 @@ TEST(Song, RandomSongsKeepEveryEventThroughChunksAndDocuments) {
     for (unsigned seed = 1; seed <= 150; ++seed) {
         std::mt19937 random(seed);
         const Vela_SmfSong smf = random_song::Make(random);
-        const Vela_Song back = ReadDocument(Document(Vela_Song::FromSmf(smf)));
+        const Vela_Song back = ReadDocument(StreamedBytes(Vela_Song::FromSmf(smf)));
         const Vela_SmfSong out = back.ToSmf();
         ASSERT_EQ(Canonical(out), Canonical(smf)) << "seed " << seed;
         ASSERT_EQ(out.mDivision, smf.mDivision);
@@ -73,7 +67,7 @@ TEST(Song, RandomSongsKeepEveryEventThroughChunksAndDocuments) {
 
 TEST(Song, DamagedDocumentsThrowTheLibrarysErrors) {
     std::mt19937 random(3);
-    const std::vector<uint8_t> good = Document(Vela_Song::FromSmf(random_song::Make(random, 12)));
+    const std::vector<uint8_t> good = StreamedBytes(Vela_Song::FromSmf(random_song::Make(random, 12)));
     for (int round = 0; round < 2000; ++round) {
         std::vector<uint8_t> bytes = good;
         if (round % 3 == 0) bytes.resize(static_cast<size_t>(random_song::Pick(random, 0, int(bytes.size()) - 1)));
