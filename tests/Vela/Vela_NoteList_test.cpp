@@ -77,7 +77,7 @@ void OracleErase(std::vector<Note>& ioNotes, const Note& iNote) {
 }
 
 void CheckQueries(Vela_NoteListBase& ioList, const std::vector<Note>& iOracle, std::mt19937_64& ioRandom, int64_t iSpan, Time_EType iKind) {
-    for (int query = 0; query < 300; ++query) {
+    for (int query = 0; query < 120; ++query) {
         // Times near note starts and near B = t - threshold + 2 as often as anywhere.
         Time_Typed t(static_cast<int64_t>(ioRandom() % iSpan), iKind);
         if (!iOracle.empty() && query % 3 == 0) {
@@ -136,7 +136,7 @@ void RunAgainstOracle(Time_EType iKind, int64_t iThreshold, uint64_t iSeed, bool
             std::erase_if(oracle, [&](const Note& iNote) { return iNote.start >= from && iNote.start < to; });
         } else if (op == 16 || op == 17) {  // a few notes merged, or the middle of many copied
             Vela_NoteListBase other(Ndo_Object::kNotUndoable, false);
-            for (int i = 0; i < (op == 16 ? 3 : 400); ++i) other.AddNote(randomNote());
+            for (int i = 0; i < (op == 16 ? 3 : 200); ++i) other.AddNote(randomNote());
             const Time_Typed from(op == 16 ? 0 : span / 4, iKind), to(op == 16 ? 2 * span : span / 2, iKind);
             op == 16 ? list.Merge(other) : list.CopyTimeRange(other, from, to);
             for (const Note& note : Notes(other))
