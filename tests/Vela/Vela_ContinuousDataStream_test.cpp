@@ -7,7 +7,7 @@
 #include "Cmn_Exception.h"
 #include "Mdie_ChaseTracker.h"
 #include "Ndo_Manager.h"
-#include "Sys_TypedStream.h"
+#include "StreamValues.h"
 #include "Vela_ContinuousDataStream.h"
 
 namespace {
@@ -144,9 +144,7 @@ TEST(ContinuousDataStream, UndoRestoresSubStreamAndFindsTheDataByUndoId) {
 
 TEST(ContinuousDataStream, BlockRoundTripsAndDamageThrowsWithoutLeaking) {
     StreamFixture f;
-    Sys_MemoryOutStream out;
-    f.mStream.StreamOut(out);
-    const ByteVector& bytes = out.GetBytes();
+    const ByteVector bytes = StreamedBytes(f.mStream);
     ByteVector mdss, mdcd;
     Append(mdss, 2, 1), Append(mdss, 7, 4);
     Append(mdcd, 3, 4);

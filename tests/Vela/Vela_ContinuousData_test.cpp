@@ -10,7 +10,7 @@
 #include "BlockBytes.h"
 #include "LocalizedError.h"
 #include "Ndo_Manager.h"
-#include "Sys_TypedStream.h"
+#include "StreamValues.h"
 #include "UndoMarks.h"
 #include "Vela_ContinuousData.h"
 
@@ -30,17 +30,6 @@ Oracle Contents(const Vela_ContinuousData& iData) {
     return contents;
 }
 
-ByteVector Bytes(const Vela_ContinuousData& iData) {
-    Sys_MemoryOutStream out;
-    iData.StreamOut(out);
-    return out.GetBytes();
-}
-
-void Read(Vela_ContinuousData& ioData, const ByteVector& iBytes) {
-    Sys_MemoryInStream in(iBytes.data(), iBytes.size());
-    ioData.StreamIn(in);
-}
-
 ByteVector MdCD(const std::vector<std::pair<Time_Typed, int32_t>>& iSegments, int32_t iCount) {
     ByteVector body;
     Append(body, iCount, 4);
@@ -53,7 +42,7 @@ ByteVector MdCD(const std::vector<std::pair<Time_Typed, int32_t>>& iSegments, in
 
 int MessageIdOfReading(const ByteVector& iBytes) {
     Vela_ContinuousData data(Ndo_Object::kNotUndoable, false);
-    return LocalizedMessageIdOf([&] { Read(data, iBytes); });
+    return LocalizedMessageIdOf([&] { StreamInFrom(iBytes, data); });
 }
 
 }  // namespace
@@ -158,19 +147,17 @@ TEST(ContinuousData, BlockBytesRoundTripDamageAndReports) {
     data.SetValueAtTime(Time_Typed(7, kTime_Samples), -3);
     data.SetValueAtTime(Tick(1000), 127);
     const ByteVector expected = MdCD({{Time_Typed(7, kTime_Samples), -3}, {Tick(1000), 127}}, 2);
-    ASSERT_EQ(Bytes(data), expected);
+    ASSERT_EQ(StreamedBytes(data), expected);
 
     // Every truncation of a valid block is refused with an exception.
-    for (size_t size = 0; size < expected.size(); ++size) {
-        Vela_ContinuousData target(Ndo_Object::kNotUndoable, false);
-        EXPECT_ANY_THROW(Read(target, ByteVector(expected.begin(), expected.begin() + size))) << size;
-    }
+    Vela_ContinuousData target(Ndo_Object::kNotUndoable, false);
+    for (size_t size = 0; size < expected.size(); ++size) EXPECT_ANY_THROW(StreamInFrom(ByteVector(expected.begin(), expected.begin() + size), target)) << size;
 
     // Repeated times keep one segment with the last value; going back in time or a negative
     // count is bad data (100).
     Vela_ContinuousData read(Ndo_Object::kNotUndoable, false);
     read.SetValueAtTime(Tick(1), 1);
-    Read(read, MdCD({{Tick(5), 1}, {Tick(5), 2}, {Tick(9), 3}, {Tick(9), 4}}, 4));
+    StreamInFrom(MdCD({{Tick(5), 1}, {Tick(5), 2}, {Tick(9), 3}, {Tick(9), 4}}, 4), read);
     EXPECT_EQ(Contents(read), (Oracle{{5, 2}, {9, 4}}));
     EXPECT_EQ(MessageIdOfReading(MdCD({{Tick(5), 1}, {Tick(4), 2}}, 2)), 100);
     EXPECT_EQ(MessageIdOfReading(MdCD({}, -1)), 100);
@@ -180,8 +167,7 @@ TEST(ContinuousData, BlockBytesRoundTripDamageAndReports) {
     negative.SetValueAtTime(Tick(-20), 1);
     negative.SetValueAtTime(Tick(-10), 2);
     AssertCapture asserts;
-    const ByteVector written = Bytes(negative);
-    Read(read, written);
+    StreamInFrom(StreamedBytes(negative), read);
     EXPECT_EQ(Contents(read), (Oracle{{-20, 1}, {-10, 2}}));
     // Asking before the first segment, or restoring a foreign state, is reported too.
     EXPECT_EQ(read.GetValueAtTime(Tick(-21)), 0);

@@ -9,7 +9,7 @@
 #include "BlockBytes.h"
 #include "LocalizedError.h"
 #include "Ndo_Manager.h"
-#include "Sys_TypedStream.h"
+#include "StreamValues.h"
 #include "UndoMarks.h"
 #include "Vela_EventStream.h"
 
@@ -91,9 +91,7 @@ TEST(EventStream, BlockRoundTripsAndDamageIsRefused) {
     Vela_EventStream stream(Ndo_Object::kNotUndoable, false);
     stream.AddEvent(Sysex(30, 1));
     stream.AddEvent(Sysex(-5, 2));
-    Sys_MemoryOutStream out;
-    stream.StreamOut(out);
-    const ByteVector& bytes = out.GetBytes();
+    const ByteVector bytes = StreamedBytes(stream);
     ByteVector list;
     Append(list, 2, 4);
     for (int64_t time : {-5, 30}) {
@@ -103,19 +101,14 @@ TEST(EventStream, BlockRoundTripsAndDamageIsRefused) {
     ASSERT_EQ(bytes, Block("MdES", 1, Block("MdTEL", 1, list)));
 
     Vela_EventStream read(Ndo_Object::kNotUndoable, false);
-    Sys_MemoryInStream in(bytes.data(), bytes.size());
-    read.StreamIn(in);
+    StreamInFrom(bytes, read);
     EXPECT_TRUE(read == stream);
 
-    for (size_t size = 0; size < bytes.size(); ++size) {
-        Sys_MemoryInStream truncated(bytes.data(), size);
-        EXPECT_ANY_THROW(read.StreamIn(truncated)) << size;
-    }
+    for (size_t size = 0; size < bytes.size(); ++size) EXPECT_ANY_THROW(StreamInFrom(ByteVector(bytes.begin(), bytes.begin() + size), read)) << size;
     // Times going backwards are bad data.
     ByteVector backwards = bytes;
     backwards[42] = 0x80;  // the first time's top byte: -5 becomes a late tick
-    Sys_MemoryInStream backwardsIn(backwards.data(), backwards.size());
-    EXPECT_EQ(LocalizedMessageIdOf([&] { read.StreamIn(backwardsIn); }), 100);
+    EXPECT_EQ(LocalizedMessageIdOf([&] { StreamInFrom(backwards, read); }), 100);
 }
 
 TEST(EventStream, RangeOutputIsHalfOpenAndAllocatesNothing) {

@@ -124,35 +124,25 @@ TEST(ReferencePlayer, EveryScriptReturnsToRest) {
         player.SetRestrike(restrike);
         for (int step = 0; step < 25; ++step) {
             std::string fault;
-            wire.mLog += "\n[step " + std::to_string(step) + " at " + std::to_string(player.GetPosition()) + "]";
             const int op = random_song::Pick(random, 0, 9);
-            wire.mLog += " op" + std::to_string(op);
-            switch (op) {
-                case 0:
-                case 1:
-                    if (player.IsPlaying()) break;
-                    player.Start();
-                    fault = Audit(smf, wire, player.GetPosition(), restrike);
-                    break;
-                case 2:
-                    player.Stop();
-                    fault = AuditRest(wire);
-                    ++stops;
-                    break;
-                case 3:
-                case 4: {
-                    const bool playing = player.IsPlaying();
-                    player.Locate(position());
-                    if (playing) fault = Audit(smf, wire, player.GetPosition(), restrike);
-                    ++locates;
-                    break;
-                }
-                case 5: {
-                    const int64_t a = position(), b = position();
-                    player.SetLoop(std::min(a, b), std::max(a, b));
-                    break;
-                }
-                default: player.Run(std::uniform_int_distribution<int64_t>(1, length / 3 + 1)(random));
+            wire.mLog += "\n[step " + std::to_string(step) + " at " + std::to_string(player.GetPosition()) + "] op" + std::to_string(op);
+            if (op < 2 && !player.IsPlaying()) {
+                player.Start();
+                fault = Audit(smf, wire, player.GetPosition(), restrike);
+            } else if (op == 2) {
+                player.Stop();
+                fault = AuditRest(wire);
+                ++stops;
+            } else if (op == 3 || op == 4) {
+                const bool playing = player.IsPlaying();
+                player.Locate(position());
+                if (playing) fault = Audit(smf, wire, player.GetPosition(), restrike);
+                ++locates;
+            } else if (op == 5) {
+                const int64_t a = position(), b = position();
+                player.SetLoop(std::min(a, b), std::max(a, b));
+            } else if (op > 5) {
+                player.Run(std::uniform_int_distribution<int64_t>(1, length / 3 + 1)(random));
             }
             ASSERT_EQ(fault + wire.mFault, "") << "seed " << seed << " step " << step << wire.mLog;
         }

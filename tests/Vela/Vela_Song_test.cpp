@@ -5,14 +5,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <random>
 
 #include "Cmn_Exception.h"
 #include "RandomSong.h"
-#include "Sys_TypedStream.h"
+#include "StreamValues.h"
 #include "Vela_Song.h"
 
 namespace {
@@ -43,12 +43,6 @@ std::vector<std::vector<std::string>> Canonical(const Vela_SmfSong& iSong) {
     return tracks;
 }
 
-std::vector<uint8_t> Document(const Vela_Song& iSong) {
-    Sys_MemoryOutStream out;
-    iSong.StreamOut(out);
-    return out.GetBytes();
-}
-
 Vela_Song ReadDocument(const std::vector<uint8_t>& iBytes) {
     Sys_MemoryInStream in(iBytes.data(), iBytes.size());
     return Vela_Song::StreamIn(in);
@@ -58,7 +52,7 @@ TEST(Song, RandomSongsKeepEveryEventThroughChunksAndDocuments) {
     for (unsigned seed = 1; seed <= 150; ++seed) {
         std::mt19937 random(seed);
         const Vela_SmfSong smf = random_song::Make(random);
-        const Vela_Song back = ReadDocument(Document(Vela_Song::FromSmf(smf)));
+        const Vela_Song back = ReadDocument(StreamedBytes(Vela_Song::FromSmf(smf)));
         const Vela_SmfSong out = back.ToSmf();
         ASSERT_EQ(Canonical(out), Canonical(smf)) << "seed " << seed;
         ASSERT_EQ(out.mDivision, smf.mDivision);
@@ -73,7 +67,7 @@ TEST(Song, RandomSongsKeepEveryEventThroughChunksAndDocuments) {
 
 TEST(Song, DamagedDocumentsThrowTheLibrarysErrors) {
     std::mt19937 random(3);
-    const std::vector<uint8_t> good = Document(Vela_Song::FromSmf(random_song::Make(random, 12)));
+    const std::vector<uint8_t> good = StreamedBytes(Vela_Song::FromSmf(random_song::Make(random, 12)));
     for (int round = 0; round < 2000; ++round) {
         std::vector<uint8_t> bytes = good;
         if (round % 3 == 0) bytes.resize(static_cast<size_t>(random_song::Pick(random, 0, int(bytes.size()) - 1)));
@@ -102,26 +96,24 @@ TEST(Song, SecondsAndBarsFollowTheMetas) {
         EXPECT_EQ(song.GetTickAtBars(song.GetBars(tick)), tick);
 }
 
-// midicsv's listing as one sorted list per track and tick: orders at one tick, running status
-// and the two forms of a note-off of velocity 64 do not count.
-std::map<std::pair<int, long>, std::vector<std::string>> Listing(const std::string& iPath) {
-    std::map<std::pair<int, long>, std::vector<std::string>> listing;
+// midicsv's listing as sorted "track, tick, event" lines: orders at one tick, running status and
+// the two forms of a note-off of velocity 64 do not count.
+std::vector<std::string> Listing(const std::string& iPath) {
+    std::vector<std::string> listing;
     FILE* pipe = popen(("midicsv '" + iPath + "' 2>/dev/null").c_str(), "r");
     char line[4096];
     while (pipe && std::fgets(line, sizeof line, pipe)) {
-        int track = 0;
+        int track = 0, channel = 0, pitch = 0, velocity = 0, at = 0;
         long tick = 0;
-        char rest[4096] = "";
-        if (std::sscanf(line, "%d, %ld, %4095[^\n]", &track, &tick, rest) != 3) continue;
-        std::string text = rest;
-        int channel = 0, pitch = 0, velocity = 0;
-        if (std::sscanf(rest, "Note_on_c, %d, %d, %d", &channel, &pitch, &velocity) == 3 && velocity == 0)
-            text = "Note_off_c, " + std::to_string(channel) + ", " + std::to_string(pitch) + ", 64";
-        if (text.rfind("Header", 0) == 0) text = text.substr(text.find(',', 8));  // the format may differ
-        listing[{track, tick}].push_back(text);
+        if (std::sscanf(line, "%d, %ld, %n", &track, &tick, &at) != 2 || at == 0) continue;
+        std::string text(line, std::strcspn(line, "\n"));
+        if (std::sscanf(line + at, "Note_on_c, %d, %d, %d", &channel, &pitch, &velocity) == 3 && velocity == 0)
+            text = text.substr(0, size_t(at)) + "Note_off_c, " + std::to_string(channel) + ", " + std::to_string(pitch) + ", 64";
+        if (text.compare(size_t(at), 6, "Header") == 0) text = text.substr(text.find(',', size_t(at) + 8));  // the format may differ
+        listing.push_back(std::move(text));
     }
     if (pipe) pclose(pipe);
-    for (auto& [where, lines] : listing) std::sort(lines.begin(), lines.end());
+    std::sort(listing.begin(), listing.end());
     return listing;
 }
 
