@@ -281,6 +281,21 @@ public:
         return mImpl.PartitionPoint([&iPred](const void* iRecordP) { return iPred(*static_cast<const T*>(iRecordP)); });
     }
 
+    // The same search on the records' leading key of type TKey alone (the first sizeof(TKey)
+    // bytes of a record): the directory's copies of the chunks' first keys stand in for the
+    // chunks, so the search reads one chunk of records and no other. Owners that change keys
+    // in place call GetImpl().RefreshKeys() afterwards.
+    template <class TKey, class TPred>
+    size_t PartitionPointByKey(TPred iPred) const {
+        static_assert(sizeof(TKey) <= Cmn_ChunkyVecImpl::kKeyBytes && std::is_trivially_copyable_v<TKey>);
+        const auto byKey = [&iPred](const void* iKeyP) {
+            TKey key;
+            std::memcpy(&key, iKeyP, sizeof key);
+            return iPred(key);
+        };
+        return mImpl.PartitionPoint(byKey, true);
+    }
+
     void Insert(size_t iPos, size_t iCount, const T* iSourceP) { mImpl.Insert(iPos, iCount, iSourceP); }
     void Insert(const_iterator iPos, size_t iCount, const T* iSourceP) { Insert(iPos.GetIndex(), iCount, iSourceP); }
     void Insert(const_iterator iPos, const T& iRecord) { Insert(iPos.GetIndex(), 1, &iRecord); }

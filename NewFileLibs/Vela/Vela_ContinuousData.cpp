@@ -2,6 +2,7 @@
 #include "Vela_ContinuousData.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "Cmn_Assert.h"
@@ -26,12 +27,16 @@ Vela_ContinuousData::Vela_ContinuousData(const Vela_ContinuousData& iOther)
 
 // ---------------------------------------------------------------- searches
 
+// Searches read the directory's copies of the chunks' first times, not the chunks themselves:
+// with many lanes of long data the chunk memory is cold and one chunk is all a lookup touches.
+static_assert(offsetof(Segment, mTime) == 0);
+
 Vela_ContinuousData::ConstIter Vela_ContinuousData::LowerBound(const Time_Typed& iTime) const {
-    return mSegments.begin() + mSegments.PartitionPoint([&](const Segment& iSegment) { return iSegment.mTime < iTime; });
+    return mSegments.begin() + mSegments.PartitionPointByKey<Time_Typed>([&](const Time_Typed& iKey) { return iKey < iTime; });
 }
 
 Vela_ContinuousData::ConstIter Vela_ContinuousData::UpperBound(const Time_Typed& iTime) const {
-    return mSegments.begin() + mSegments.PartitionPoint([&](const Segment& iSegment) { return !(iTime < iSegment.mTime); });
+    return mSegments.begin() + mSegments.PartitionPointByKey<Time_Typed>([&](const Time_Typed& iKey) { return !(iTime < iKey); });
 }
 
 void Vela_ContinuousData::FindRange(size_t& oFirst, size_t& oLast, const Time_Typed& iStart,

@@ -33,12 +33,7 @@ static_assert(offsetof(Note, start) == 0 && sizeof(Time_Typed) <= Cmn_ChunkyVecI
 // The first index whose start is not "before" (iBefore is true on a prefix of the starts).
 template <class TBefore>
 size_t PartitionPoint(const NoteVector& iNotes, TBefore iBefore) {
-    const auto byStart = [&iBefore](const void* iKeyP) {
-        Time_Typed start;
-        std::memcpy(&start, iKeyP, sizeof start);
-        return iBefore(start);
-    };
-    return iNotes.GetImpl().PartitionPoint(byStart, true);
+    return iNotes.PartitionPointByKey<Time_Typed>(iBefore);
 }
 
 const Note& LastNote(const NoteVector& iNotes) { return iNotes[iNotes.GetSize() - 1]; }
