@@ -208,14 +208,17 @@ void Vela_ContinuousData::NdoRestoreState(Ndo_State* iStateP) {
 
 void Vela_ContinuousData::StreamOut(Sys_TypedOutStream& iStream) const {
     Sys_StdStreamHeaderWriter header(iStream, kStreamTag, kStreamVersion);
-    iStream.Write(static_cast<int32_t>(mSegments.GetSize()));
+    Sys_TypedOutBuffer out(iStream);  // segments are many and small: encode them in blocks
+    out.Write(static_cast<int32_t>(mSegments.GetSize()));
     Time_Typed previousTime(0, kTime_Samples);
-    for (ConstIter iter = mSegments.begin(); iter != mSegments.end(); ++iter) {
+    mSegments.ForEach([&](const Segment& iSegment) {
+        const Segment* const iter = &iSegment;  // the name an ordering assertion reports
         VELA_ASSERT(iter->mTime.AsInt64() >= previousTime.AsInt64());
-        iStream.Write(Time_TypedDefs::GetRawDataForSave(iter->mTime.AsInt64(), iter->mTime.GetType()));
-        iStream.Write(iter->mValue);
+        out.Write(Time_TypedDefs::GetRawDataForSave(iter->mTime.AsInt64(), iter->mTime.GetType()));
+        out.Write(iter->mValue);
         previousTime = iter->mTime;
-    }
+    });
+    out.Flush();
     header.PatchSize();
 }
 
