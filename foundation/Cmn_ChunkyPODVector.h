@@ -277,12 +277,38 @@ public:
     const_iterator begin() const { return const_iterator(mImpl.Begin()); }
     const_iterator end() const { return const_iterator(mImpl.End()); }
 
+    // Calls iFunction on every record in order, a contiguous run at a time: one directory
+    // lookup per chunk rather than one per record as indexing or iterating costs.
+    template <class TFunction>
+    void ForEach(TFunction iFunction) {
+        ForEachRun(mImpl, [&iFunction](void* iRecordP) { iFunction(*static_cast<T*>(iRecordP)); });
+    }
+    template <class TFunction>
+    void ForEach(TFunction iFunction) const {
+        ForEachRun(mImpl, [&iFunction](void* iRecordP) { iFunction(*static_cast<const T*>(iRecordP)); });
+    }
+
     // The first position whose record fails iPred, for a predicate that holds on a prefix of the
     // records (as std::partition_point): a binary search over the chunks' first records, then one
     // within a chunk, so every probe is a plain memory read. Never allocates.
     template <class TPred>
     size_t PartitionPoint(TPred iPred) const {
         return mImpl.PartitionPoint([&iPred](const void* iRecordP) { return iPred(*static_cast<const T*>(iRecordP)); });
+    }
+
+    // The same search on the records' leading key of type TKey alone (the first sizeof(TKey)
+    // bytes of a record): the directory's copies of the chunks' first keys stand in for the
+    // chunks, so the search reads one chunk of records and no other. Owners that change keys
+    // in place call GetImpl().RefreshKeys() afterwards.
+    template <class TKey, class TPred>
+    size_t PartitionPointByKey(TPred iPred) const {
+        static_assert(sizeof(TKey) <= Cmn_ChunkyVecImpl::kKeyBytes && std::is_trivially_copyable_v<TKey>);
+        const auto byKey = [&iPred](const void* iKeyP) {
+            TKey key;
+            std::memcpy(&key, iKeyP, sizeof key);
+            return iPred(key);
+        };
+        return mImpl.PartitionPoint(byKey, true);
     }
 
     void Insert(size_t iPos, size_t iCount, const T* iSourceP) { mImpl.Insert(iPos, iCount, iSourceP); }
@@ -301,5 +327,13 @@ public:
     const Cmn_ChunkyVecImpl& GetImpl() const { return mImpl; }
 
 private:
+    template <class TVisit>
+    static void ForEachRun(const Cmn_ChunkyVecImpl& iImpl, TVisit iVisit) {
+        for (size_t index = 0, size = iImpl.GetSize(), run = 0; index < size; index += run) {
+            auto* recordP = static_cast<std::byte*>(iImpl.GetContiguous(index, &run));
+            for (size_t i = 0; i < run; ++i) iVisit(recordP + i * sizeof(T));
+        }
+    }
+
     Cmn_ChunkyVecImpl mImpl;
 };

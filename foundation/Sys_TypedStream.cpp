@@ -14,12 +14,6 @@
 namespace {
 
 template <class T>
-void EncodeLE(T iValue, uint8_t* oBytes) {
-    auto bits = static_cast<std::make_unsigned_t<T>>(iValue);
-    for (size_t i = 0; i < sizeof(T); ++i) oBytes[i] = static_cast<uint8_t>(bits >> (8 * i));
-}
-
-template <class T>
 T DecodeLE(const uint8_t* iBytes) {
     std::make_unsigned_t<T> bits = 0;
     for (size_t i = 0; i < sizeof(T); ++i) bits |= static_cast<std::make_unsigned_t<T>>(iBytes[i]) << (8 * i);
@@ -45,7 +39,7 @@ void CheckSeekTarget(int64_t iPos, int64_t iSize) {
 template <class T>
 static void WriteLE(Sys_TypedOutStream& ioStream, T iValue) {
     uint8_t bytes[sizeof(T)];
-    EncodeLE(iValue, bytes);
+    Sys_TypedOutBuffer::Encode(iValue, bytes);
     ioStream.WriteBlock(bytes, static_cast<int>(sizeof(T)));
 }
 
@@ -58,6 +52,11 @@ void Sys_TypedOutStream::Write(int64_t iValue) { WriteLE(*this, iValue); }
 void Sys_TypedOutStream::WriteBlock(const void* iData, int iSize) {
     size_t size = CheckedSize(iSize, "WriteBlock");
     if (size > 0) WriteBytes(iData, size);
+}
+
+void Sys_TypedOutBuffer::Flush() {
+    if (mUsed) mStream.WriteBlock(mBytes, static_cast<int>(mUsed));
+    mUsed = 0;
 }
 
 // ---------------------------------------------------------------- in stream

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 class Sys_TypedOutStream {
@@ -29,6 +30,44 @@ public:
 
 protected:
     virtual void WriteBytes(const void* iData, size_t iSize) = 0;
+};
+
+// Collects fixed-width values in the typed streams' encoding and hands them to the stream in
+// blocks, so a writer of many small fields pays one stream call per few kilobytes rather than
+// one per field. The bytes are exactly those the same Write calls would give. Flush before the
+// stream is used directly again (and before its position is read); whatever is not flushed is
+// dropped, so a writer that throws half-way leaves nothing half-encoded behind.
+class Sys_TypedOutBuffer {
+public:
+    explicit Sys_TypedOutBuffer(Sys_TypedOutStream& ioStream) : mStream(ioStream) {}
+    Sys_TypedOutBuffer(const Sys_TypedOutBuffer&) = delete;
+    Sys_TypedOutBuffer& operator=(const Sys_TypedOutBuffer&) = delete;
+
+    void Write(bool iValue) { Write(static_cast<int8_t>(iValue ? 1 : 0)); }
+    void Write(int8_t iValue) { Put(iValue); }
+    void Write(int16_t iValue) { Put(iValue); }
+    void Write(int32_t iValue) { Put(iValue); }
+    void Write(int64_t iValue) { Put(iValue); }
+    void Flush();
+
+    // Little-endian two's complement, whatever the host's byte order.
+    template <class T>
+    static void Encode(T iValue, uint8_t* oBytes) {
+        auto bits = static_cast<std::make_unsigned_t<T>>(iValue);
+        for (size_t i = 0; i < sizeof(T); ++i) oBytes[i] = static_cast<uint8_t>(bits >> (8 * i));
+    }
+
+private:
+    template <class T>
+    void Put(T iValue) {
+        if (mUsed + sizeof(T) > sizeof mBytes) Flush();
+        Encode(iValue, mBytes + mUsed);
+        mUsed += sizeof(T);
+    }
+
+    Sys_TypedOutStream& mStream;
+    size_t mUsed = 0;
+    uint8_t mBytes[4096];
 };
 
 class Sys_TypedInStream {

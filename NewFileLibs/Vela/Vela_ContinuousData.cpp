@@ -2,6 +2,7 @@
 #include "Vela_ContinuousData.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "Cmn_Assert.h"
@@ -26,12 +27,16 @@ Vela_ContinuousData::Vela_ContinuousData(const Vela_ContinuousData& iOther)
 
 // ---------------------------------------------------------------- searches
 
+// Searches read the directory's copies of the chunks' first times, not the chunks themselves:
+// with many lanes of long data the chunk memory is cold and one chunk is all a lookup touches.
+static_assert(offsetof(Segment, mTime) == 0);
+
 Vela_ContinuousData::ConstIter Vela_ContinuousData::LowerBound(const Time_Typed& iTime) const {
-    return mSegments.begin() + mSegments.PartitionPoint([&](const Segment& iSegment) { return iSegment.mTime < iTime; });
+    return mSegments.begin() + mSegments.PartitionPointByKey<Time_Typed>([&](const Time_Typed& iKey) { return iKey < iTime; });
 }
 
 Vela_ContinuousData::ConstIter Vela_ContinuousData::UpperBound(const Time_Typed& iTime) const {
-    return mSegments.begin() + mSegments.PartitionPoint([&](const Segment& iSegment) { return !(iTime < iSegment.mTime); });
+    return mSegments.begin() + mSegments.PartitionPointByKey<Time_Typed>([&](const Time_Typed& iKey) { return !(iTime < iKey); });
 }
 
 void Vela_ContinuousData::FindRange(size_t& oFirst, size_t& oLast, const Time_Typed& iStart,
@@ -203,14 +208,17 @@ void Vela_ContinuousData::NdoRestoreState(Ndo_State* iStateP) {
 
 void Vela_ContinuousData::StreamOut(Sys_TypedOutStream& iStream) const {
     Sys_StdStreamHeaderWriter header(iStream, kStreamTag, kStreamVersion);
-    iStream.Write(static_cast<int32_t>(mSegments.GetSize()));
+    Sys_TypedOutBuffer out(iStream);  // segments are many and small: encode them in blocks
+    out.Write(static_cast<int32_t>(mSegments.GetSize()));
     Time_Typed previousTime(0, kTime_Samples);
-    for (ConstIter iter = mSegments.begin(); iter != mSegments.end(); ++iter) {
+    mSegments.ForEach([&](const Segment& iSegment) {
+        const Segment* const iter = &iSegment;  // the name an ordering assertion reports
         VELA_ASSERT(iter->mTime.AsInt64() >= previousTime.AsInt64());
-        iStream.Write(Time_TypedDefs::GetRawDataForSave(iter->mTime.AsInt64(), iter->mTime.GetType()));
-        iStream.Write(iter->mValue);
+        out.Write(Time_TypedDefs::GetRawDataForSave(iter->mTime.AsInt64(), iter->mTime.GetType()));
+        out.Write(iter->mValue);
         previousTime = iter->mTime;
-    }
+    });
+    out.Flush();
     header.PatchSize();
 }
 

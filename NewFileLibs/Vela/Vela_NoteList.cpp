@@ -16,29 +16,13 @@ namespace {
 using Note = Vela_NoteListBase_Note;
 using NoteVector = Vela_NoteListBase::NoteVector;
 
-// Calls iFunction on every record of iNotes in order, walking whole runs.
-template <class TFunction>
-void ForEachNote(const NoteVector& iNotes, TFunction iFunction) {
-    for (size_t index = 0, size = iNotes.GetSize(); index < size;) {
-        size_t run = 0;
-        Note* noteP = static_cast<Note*>(iNotes.GetImpl().GetContiguous(index, &run));
-        for (size_t i = 0; i < run; ++i) iFunction(noteP[i]);
-        index += run;
-    }
-}
-
 // The chunked vector searches by a record's leading bytes: the start.
 static_assert(offsetof(Note, start) == 0 && sizeof(Time_Typed) <= Cmn_ChunkyVecImpl::kKeyBytes);
 
 // The first index whose start is not "before" (iBefore is true on a prefix of the starts).
 template <class TBefore>
 size_t PartitionPoint(const NoteVector& iNotes, TBefore iBefore) {
-    const auto byStart = [&iBefore](const void* iKeyP) {
-        Time_Typed start;
-        std::memcpy(&start, iKeyP, sizeof start);
-        return iBefore(start);
-    };
-    return iNotes.GetImpl().PartitionPoint(byStart, true);
+    return iNotes.PartitionPointByKey<Time_Typed>(iBefore);
 }
 
 const Note& LastNote(const NoteVector& iNotes) { return iNotes[iNotes.GetSize() - 1]; }
@@ -217,7 +201,7 @@ void Vela_NoteListBase::Clear() {
 void Vela_NoteListBase::RegenerateLongNoteList() {
     mMaxUnindexedDuration = {};
     if (mLongNoteListP) mLongNoteListP->Clear();
-    ForEachNote(mNotes, [this](const Note& iNote) {
+    mNotes.ForEach([this](const Note& iNote) {
         if (mLongNoteListP && IsLongNote(iNote)) {
             mLongNoteListP->AddNote(iNote);
         } else {
@@ -246,14 +230,14 @@ void Vela_NoteListBase::OffsetTimes(Time_TypedLength iOffset) {
     NdoAboutToModify();
     const bool snap = ShouldSnap(mQuantizeContents);
     // Every start moves by the same amount, so the order holds without a sort.
-    ForEachNote(mNotes, [&](Note& ioNote) { ioNote.start = MovedStart(ioNote.start, iOffset, snap); });
+    mNotes.ForEach([&](Note& ioNote) { ioNote.start = MovedStart(ioNote.start, iOffset, snap); });
     mNotes.GetImpl().RefreshKeys();
     if (mLongNoteListP) mLongNoteListP->OffsetTimes(iOffset);
 }
 
 void Vela_NoteListBase::OffsetDurations(Time_TypedLength iOffset) {
     NdoAboutToModify();
-    ForEachNote(mNotes, [&](Note& ioNote) {
+    mNotes.ForEach([&](Note& ioNote) {
         // The offset in the note's own kind; it carries on to the following notes converted.
         iOffset = Time_Convert::AddLength(ioNote.start, iOffset) - ioNote.start;
         Vela_NoteWithDurationEvent& note = NoteOf(ioNote);
@@ -268,7 +252,7 @@ void Vela_NoteListBase::OffsetPitches(Time_TypedLength iOffset) {
     const int64_t direction = iOffset.AsInt64();
     int8_t highest = 0;
     int8_t lowest = 127;
-    ForEachNote(mNotes, [&](const Note& iNote) {
+    mNotes.ForEach([&](const Note& iNote) {
         highest = std::max(highest, NoteOf(iNote).GetPitch());
         lowest = std::min(lowest, NoteOf(iNote).GetPitch());
     });
@@ -277,7 +261,7 @@ void Vela_NoteListBase::OffsetPitches(Time_TypedLength iOffset) {
     if (direction > 0 && lowest <= 0) return;
     NdoAboutToModify();
     const int step = direction > 0 ? -1 : 1;
-    ForEachNote(mNotes, [step](Note& ioNote) {
+    mNotes.ForEach([step](Note& ioNote) {
         Vela_NoteWithDurationEvent& note = NoteOf(ioNote);
         note.SetPitch(static_cast<int8_t>(note.GetPitch() + step));
     });
@@ -289,7 +273,7 @@ void Vela_NoteListBase::OffsetStarts(Time_TypedLength iOffset) {
     const bool snap = ShouldSnap(mQuantizeContents);
     bool sorted = true;
     const Note* previousP = nullptr;
-    ForEachNote(mNotes, [&](Note& ioNote) {
+    mNotes.ForEach([&](Note& ioNote) {
         Vela_NoteWithDurationEvent& note = NoteOf(ioNote);
         const Time_Typed end = EndOf(ioNote);
         ioNote.start = MovedStart(ioNote.start, iOffset, snap);

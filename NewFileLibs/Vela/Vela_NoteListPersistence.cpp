@@ -30,7 +30,7 @@ constexpr int32_t kMutedMark = 1;
 constexpr int64_t kMinNoteBytes = 8 + 1 + 8 + 1 + 1;
 
 template <class TLength>
-void WriteTime(Sys_TypedOutStream& ioStream, const TLength& iTime) {
+void WriteTime(Sys_TypedOutBuffer& ioStream, const TLength& iTime) {
     ioStream.Write(Time_TypedDefs::GetRawDataForSave(iTime.mCount, iTime.mType));
 }
 
@@ -70,28 +70,31 @@ Time_TypedLength DurationDelta(const Note& iNote) {
 void Vela_NoteListBase::StreamOut(Sys_TypedOutStream& iStream) const {
     Sys_StdStreamHeaderWriter header(iStream, kStreamTag, kStreamVersion);
     const auto count = static_cast<int32_t>(mNotes.GetSize());
-    iStream.Write(count);
-    for (const Note& note : mNotes) {
-        WriteTime(iStream, note.start);
-        iStream.Write(Current(note).GetPitch());
-        WriteTime(iStream, Current(note).GetDuration());
-        iStream.Write(Current(note).GetOnVelocity());
-        iStream.Write(Current(note).GetOffVelocity());
-        WriteTime(iStream, note.quantizeTimeDelta);
-        WriteTime(iStream, DurationDelta(note));
-    }
-    iStream.Write(count);
-    iStream.Write(kOriginalsMark);
-    for (const Note& note : mNotes) {
-        iStream.Write(Original(note).GetPitch());
-        WriteTime(iStream, Original(note).GetDuration());
-        iStream.Write(Original(note).GetOnVelocity());
-        iStream.Write(Original(note).GetOffVelocity());
-    }
-    iStream.Write(count);
-    iStream.Write(kMutedVersion);
-    iStream.Write(kMutedMark);
-    for (const Note& note : mNotes) iStream.Write(note.muted);
+    // Notes are many and small: encode them in blocks.
+    Sys_TypedOutBuffer out(iStream);
+    out.Write(count);
+    mNotes.ForEach([&out](const Note& note) {
+        WriteTime(out, note.start);
+        out.Write(Current(note).GetPitch());
+        WriteTime(out, Current(note).GetDuration());
+        out.Write(Current(note).GetOnVelocity());
+        out.Write(Current(note).GetOffVelocity());
+        WriteTime(out, note.quantizeTimeDelta);
+        WriteTime(out, DurationDelta(note));
+    });
+    out.Write(count);
+    out.Write(kOriginalsMark);
+    mNotes.ForEach([&out](const Note& note) {
+        out.Write(Original(note).GetPitch());
+        WriteTime(out, Original(note).GetDuration());
+        out.Write(Original(note).GetOnVelocity());
+        out.Write(Original(note).GetOffVelocity());
+    });
+    out.Write(count);
+    out.Write(kMutedVersion);
+    out.Write(kMutedMark);
+    mNotes.ForEach([&out](const Note& note) { out.Write(note.muted); });
+    out.Flush();
     header.PatchSize();
 }
 

@@ -54,6 +54,24 @@ TEST(Sys_TypedStream, MemoryRoundTripIsLittleEndianFixedWidth) {
 
 // Short reads, reads past a limit, wider limits, negative sizes and bad seeks all throw; a
 // failed read consumes nothing.
+// The buffer gives the bytes direct writes give, across its own flushes (mixed widths, so
+// values straddle every possible fill level), and drops what is never flushed.
+TEST(Sys_TypedStream, BufferedWritesMatchDirectWrites) {
+    Sys_MemoryOutStream direct, buffered;
+    Sys_TypedOutBuffer buffer(buffered);
+    for (int i = 0; i < 3000; ++i) {
+        const int64_t value = int64_t{i} * 0x0101010101 - 77777;
+        direct.Write(i % 3 == 0), buffer.Write(i % 3 == 0);
+        direct.Write(static_cast<int16_t>(value)), buffer.Write(static_cast<int16_t>(value));
+        direct.Write(static_cast<int32_t>(value)), buffer.Write(static_cast<int32_t>(value));
+        direct.Write(value), buffer.Write(value);
+    }
+    buffer.Flush();
+    EXPECT_EQ(buffered.GetBytes(), direct.GetBytes());
+    buffer.Write(int64_t{1});
+    EXPECT_EQ(buffered.GetBytes().size(), direct.GetBytes().size());
+}
+
 TEST(Sys_TypedStream, BadRequestsThrowAndAShortReadConsumesNothing) {
     const uint8_t bytes[8] = {1, 2, 3};
     Sys_MemoryInStream in(bytes, 3);
