@@ -48,15 +48,15 @@ void BM_TrackStateTransition64(benchmark::State& state) {
         const uint64_t newKind = i < 32 ? Vela_Event::kAddNoteInProgress : Vela_Event::kNoteWithDuration;
         expected += Fold(newKind, i + 32, newLength - 1000000);
     }
-    Mdie_ChaseSpec spec;
-    spec.mChaseNotes = true;
-    spec.mTransitionMode = Mdie_TrackState::kTransitionNotesInProgress;
-    spec.mChaseTime = now;
+    Mdie_ChaseSpec chase;
+    chase.mChaseNotes = true;
+    chase.mTransitionMode = Mdie_TrackState::kTransitionNotesInProgress;
+    chase.mChaseTime = now;
     FoldingReceiver receiver;
     for (auto _ : state) {
         receiver.mSum = 0;
         receiver.mCount = 0;
-        before.ComputeTransitionToNewState(&after, &receiver, spec, false);
+        before.ComputeTransitionToNewState(&after, &receiver, chase, false);
         benchmark::DoNotOptimize(receiver.mSum);
     }
     if (receiver.mSum != expected || receiver.mCount != 2 * kNotes)

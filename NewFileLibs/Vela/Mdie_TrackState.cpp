@@ -250,8 +250,8 @@ void Mdie_TrackState::ComputeNoteTransitions(Mdie_TrackState* iNewStateP, Mdie_E
 }
 
 void Mdie_TrackState::ComputeTransitionToNewState(Mdie_TrackState* iNewStateP, Mdie_EventReceiver* iOutputP,
-                                                  const Mdie_ChaseSpec& iSpec, bool iAdoptNewState) {
-    if (!iSpec.mChaseNotes) return;
-    if (iOutputP != nullptr) ComputeNoteTransitions(iNewStateP, iOutputP, iSpec.mTransitionMode, iSpec.mChaseTime);
+                                                  const Mdie_ChaseSpec& iChase, bool iAdoptNewState) {
+    if (!iChase.mChaseNotes) return;
+    if (iOutputP != nullptr) ComputeNoteTransitions(iNewStateP, iOutputP, iChase.mTransitionMode, iChase.mChaseTime);
     if (iAdoptNewState && iNewStateP != nullptr) *this = *iNewStateP;
 }

@@ -77,14 +77,14 @@ public:
     void OffsetTimes(const Time_TypedLength& iLength);
     void FilterNotesInProgress(const NoteInProgressFilter& iFilter);
 
-    // When iSpec asks for notes to be chased and iOutputP is not null, emits the events that
+    // When iChase asks for notes to be chased and iOutputP is not null, emits the events that
     // take this state's notes to iNewStateP's (see ETransitionMode) as seen at the chase time;
     // then, when iAdoptNewState is true and notes are chased, this state becomes a copy of the
     // new one. Notes are paired by pitch (ascending); of several notes of one pitch in a state,
     // which pairs with which is not specified. A null new state is asserted and counts as empty
     // (nothing is adopted).
     void ComputeTransitionToNewState(Mdie_TrackState* iNewStateP, Mdie_EventReceiver* iOutputP,
-                                     const Mdie_ChaseSpec& iSpec, bool iAdoptNewState);
+                                     const Mdie_ChaseSpec& iChase, bool iAdoptNewState);
 
 private:
     void AddNoteInProgress(Time_Typed iStart, const Vela_NoteWithDurationBase& iNote);

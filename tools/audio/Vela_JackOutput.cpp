@@ -33,43 +33,55 @@ jack_client_t* OpenClient(const Vela_JackOptions& iOptions) {
     return client;
 }
 
-jack_port_t* RegisterPort(jack_client_t* iClient, const char* iName, unsigned long iFlags) {
-    jack_port_t* port = jack_port_register(iClient, iName, JACK_DEFAULT_MIDI_TYPE, iFlags, 0);
-    if (!port) {
-        jack_client_close(iClient);
-        Fail(std::string("cannot register the JACK MIDI port '") + iName + "'");
+// A client with one MIDI port and a process callback: opened whole or not at all, closed
+// (deactivated first when active) with its owner.
+struct JackClient {
+    JackClient(const Vela_JackOptions& iOptions, const char* iPortName, unsigned long iFlags, JackProcessCallback iProcess,
+               void* iArgP)
+        : mClientP(OpenClient(iOptions)) {
+        mPortP = jack_port_register(mClientP, iPortName, JACK_DEFAULT_MIDI_TYPE, iFlags, 0);
+        if (!mPortP) {
+            jack_client_close(mClientP);
+            Fail(std::string("cannot register the JACK MIDI port '") + iPortName + "'");
+        }
+        jack_set_process_callback(mClientP, iProcess, iArgP);
     }
-    return port;
-}
+    ~JackClient() {
+        Deactivate();
+        jack_client_close(mClientP);
+    }
+    void Activate() {
+        if (jack_activate(mClientP) != 0) Fail("cannot activate the JACK client");
+        mActive = true;
+    }
+    void Deactivate() {
+        if (mActive) jack_deactivate(mClientP);
+        mActive = false;
+    }
+    jack_client_t* const mClientP;
+    jack_port_t* mPortP = nullptr;
+    bool mActive = false;
+};
 }  // namespace
 
-struct Vela_JackOutput::Client {
-    jack_client_t* mClientP = nullptr;
-    jack_port_t* mPortP = nullptr;
+struct Vela_JackOutput::Client : JackClient {
+    using JackClient::JackClient;
 };
 
 Vela_JackOutput::Vela_JackOutput(Vela_BlockPlayer& iPlayer, const Vela_JackOptions& iOptions)
     : mPlayer(iPlayer),
-      mClientP(std::make_unique<Client>()),
       mApplied(1024),
       mBlock(iOptions.mMaxMessages, iOptions.mMaxBytes),
       mTimer(iOptions.mMaxTimings),
       mCpuTimer(iOptions.mMaxTimings),
       mCycleFrameTimes(iOptions.mMaxTimings) {
-    mClientP->mClientP = OpenClient(iOptions);
-    mClientP->mPortP = RegisterPort(mClientP->mClientP, "out", JackPortIsOutput);
-    jack_set_process_callback(mClientP->mClientP, &Vela_JackOutput::Process, this);
+    mClientP = std::make_unique<Client>(iOptions, "out", JackPortIsOutput, &Vela_JackOutput::Process, this);
 }
 
-Vela_JackOutput::~Vela_JackOutput() {
-    if (mActive) jack_deactivate(mClientP->mClientP);
-    jack_client_close(mClientP->mClientP);
-}
+// The client goes first: its callback reads the members destroyed after it.
+Vela_JackOutput::~Vela_JackOutput() { mClientP.reset(); }
 
-void Vela_JackOutput::Activate() {
-    if (jack_activate(mClientP->mClientP) != 0) Fail("cannot activate the JACK client");
-    mActive = true;
-}
+void Vela_JackOutput::Activate() { mClientP->Activate(); }
 
 void Vela_JackOutput::Connect(const std::string& iPort) {
     jack_port_t* target = jack_port_by_name(mClientP->mClientP, iPort.c_str());
@@ -124,7 +136,7 @@ void Vela_JackOutput::RunPeriod(uint32_t iFrames) {
 }
 
 void Vela_JackOutput::Finish(double iTimeoutSeconds) {
-    if (!mActive) return;
+    if (!mClientP->mActive) return;
     Send({Vela_TransportCommand::eStop});
     // The stop is played once the callback has taken it and filled a block after it; two more
     // periods let a client downstream read that block in its own cycle.
@@ -132,37 +144,24 @@ void Vela_JackOutput::Finish(double iTimeoutSeconds) {
     const int64_t target = GetFrames() + 3 * static_cast<int64_t>(GetPeriod());
     while (GetFrames() < target && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    jack_deactivate(mClientP->mClientP);
-    mActive = false;
+    mClientP->Deactivate();
     if (GetFrames() < target) Fail("the JACK server stopped calling the client before the stop was played");
 }
 
-struct Vela_JackCapture::Client {
-    jack_client_t* mClientP = nullptr;
-    jack_port_t* mPortP = nullptr;
+struct Vela_JackCapture::Client : JackClient {
+    using JackClient::JackClient;
 };
 
-Vela_JackCapture::Vela_JackCapture(const Vela_JackOptions& iOptions)
-    : mClientP(std::make_unique<Client>()), mStore(iOptions.mMaxMessages, iOptions.mMaxBytes) {
-    mClientP->mClientP = OpenClient(iOptions);
-    mClientP->mPortP = RegisterPort(mClientP->mClientP, "in", JackPortIsInput);
-    jack_set_process_callback(mClientP->mClientP, &Vela_JackCapture::Process, this);
+Vela_JackCapture::Vela_JackCapture(const Vela_JackOptions& iOptions) : mStore(iOptions.mMaxMessages, iOptions.mMaxBytes) {
+    mClientP = std::make_unique<Client>(iOptions, "in", JackPortIsInput, &Vela_JackCapture::Process, this);
 }
 
-Vela_JackCapture::~Vela_JackCapture() {
-    if (mActive) jack_deactivate(mClientP->mClientP);
-    jack_client_close(mClientP->mClientP);
-}
+// The client goes first: its callback reads the members destroyed after it.
+Vela_JackCapture::~Vela_JackCapture() { mClientP.reset(); }
 
-void Vela_JackCapture::Activate() {
-    if (jack_activate(mClientP->mClientP) != 0) Fail("cannot activate the JACK client");
-    mActive = true;
-}
+void Vela_JackCapture::Activate() { mClientP->Activate(); }
 
-void Vela_JackCapture::Deactivate() {
-    if (mActive) jack_deactivate(mClientP->mClientP);
-    mActive = false;
-}
+void Vela_JackCapture::Deactivate() { mClientP->Deactivate(); }
 
 std::string Vela_JackCapture::GetPortName() const { return jack_port_name(mClientP->mPortP); }
 

@@ -93,7 +93,6 @@ private:
     std::atomic<int64_t> mFrames{0};
     std::atomic<uint64_t> mCycles{0};
     std::vector<uint32_t> mCycleFrameTimes;
-    bool mActive = false;
 };
 
 class Vela_JackCapture {
@@ -121,5 +120,4 @@ private:
 
     std::unique_ptr<Client> mClientP;
     Vela_MidiBlock mStore;  // frames are server frame times
-    bool mActive = false;
 };
