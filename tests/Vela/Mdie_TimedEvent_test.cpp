@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "AllocCounter.h"
+#include "AssertCapture.h"
 #include "BlockBytes.h"
 #include "Cmn_Exception.h"
 #include "Mdie_TimedEvent.h"
@@ -110,6 +111,38 @@ TEST(TimedEventList, StreamsAsCountThenTimeAndEventBlockPerEventAndReadsBack) {
     EXPECT_EQ(StreamedBytes(Mdie_TimedEventList()), empty);
     StreamInFrom(empty, back);
     EXPECT_TRUE(back.IsEmpty());
+}
+
+// A document whose event block carries a non-zero null flag reads as a list holding the null
+// event; saved again, it must still load, and every event after it with it.
+TEST(TimedEventList, EventsTheBlockCannotCarryAreAssertedAndReadBackAsTheNullEvent) {
+    const ByteVector payload{1, 2, 3};
+    ByteVector body;
+    Append(body, 2, 4);
+    Append(body, 0, 8);
+    Append(body, Block("", 1, ByteVector{5}));  // null flag 5, nothing else
+    Append(body, 0, 8);
+    Append(body, SysexBlock(payload));
+    Mdie_TimedEventList list;
+    StreamInFrom(Block("MdTEL", 1, body), list);
+    ASSERT_EQ(list.GetSize(), 2u);
+    EXPECT_EQ(list[0].GetEvent().GetType(), Vela_Event::kNull);
+    list.PushBack(Note(7, 1, kTime_Ticks));
+
+    AssertCapture asserts;
+    const ByteVector written = StreamedBytes(list);
+    ASSERT_EQ(asserts.Count(), 2u);  // the null event and the note
+    EXPECT_EQ(asserts.Condition(), "0");
+    Mdie_TimedEventList back;
+    StreamInFrom(written, back);
+    ASSERT_EQ(back.GetSize(), 3u);
+    EXPECT_EQ(back[0].GetEvent().GetType(), Vela_Event::kNull);
+    EXPECT_TRUE(back[1] == list[1]);
+    EXPECT_EQ(back[2].GetEvent().GetType(), Vela_Event::kNull);
+    EXPECT_EQ(StreamedBytes(back), written);
+    // The sysex block keeps its bytes; the others are a bare null flag 1.
+    const ByteVector expectedTail = Block("", 1, ByteVector{1});
+    EXPECT_TRUE(std::equal(expectedTail.begin(), expectedTail.end(), written.end() - static_cast<ptrdiff_t>(expectedTail.size())));
 }
 
 TEST(TimedEventList, EveryTruncationAndImpossibleCountFailsWithAStreamException) {
