@@ -86,11 +86,15 @@ Wide CommonUnits(int64_t iCount, Time_EType iType) {
     return Wide(iCount) * (iType == kTime_Samples ? sScale.mTicks : sScale.mSamples);
 }
 
-int Compare(int64_t iLeft, Time_EType iLeftType, int64_t iRight, Time_EType iRightType) {
+}  // namespace
+
+int Time_Detail::CompareKinds(int64_t iLeft, Time_EType iLeftType, int64_t iRight, Time_EType iRightType) {
     const Wide left = CommonUnits(iLeft, iLeftType);
     const Wide right = CommonUnits(iRight, iRightType);
     return left < right ? -1 : (left > right ? 1 : 0);
 }
+
+namespace {
 
 // A time plus a signed length count already in the time's kind; Min/MaxTime stay put.
 int64_t Offset(int64_t iCount, int64_t iDelta) {
@@ -102,12 +106,6 @@ int64_t Offset(int64_t iCount, int64_t iDelta) {
 }  // namespace
 
 // ---------------------------------------------------------------- Time_TypedLength
-
-bool Time_TypedLength::operator==(const Time_TypedLength& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) == 0; }
-bool Time_TypedLength::operator<(const Time_TypedLength& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) < 0; }
-bool Time_TypedLength::operator<=(const Time_TypedLength& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) <= 0; }
-bool Time_TypedLength::operator>(const Time_TypedLength& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) > 0; }
-bool Time_TypedLength::operator>=(const Time_TypedLength& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) >= 0; }
 
 Time_TypedLength Time_TypedLength::operator+(const Time_TypedLength& iOther) const {
     Time_TypedLength result(*this);
@@ -133,12 +131,6 @@ Time_TypedLength& Time_TypedLength::operator-=(const Time_TypedLength& iOther) {
 
 Time_Typed Time_Typed::MinTime(Time_EType iType) { return Time_Typed(kTime_MinCount, iType); }
 Time_Typed Time_Typed::MaxTime(Time_EType iType) { return Time_Typed(kTime_MaxCount, iType); }
-
-bool Time_Typed::operator==(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) == 0; }
-bool Time_Typed::operator<(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) < 0; }
-bool Time_Typed::operator<=(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) <= 0; }
-bool Time_Typed::operator>(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) > 0; }
-bool Time_Typed::operator>=(const Time_Typed& iOther) const { return Compare(mCount, mType, iOther.mCount, iOther.mType) >= 0; }
 
 Time_Typed Time_Typed::operator+(const Time_TypedLength& iLength) const {
     Time_Typed result(*this);

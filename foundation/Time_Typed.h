@@ -52,6 +52,21 @@ struct Time_SampleLength {
     constexpr explicit Time_SampleLength(int64_t iCount = 0) : mCount(iCount) {}
 };
 
+// Comparison of two counts with their kinds: -1, 0 or 1. Counts of one kind compare as they
+// stand (clamped to the range, so all "before/after everything" counts are equal); that case is
+// inline because every search over stored times makes it. Different kinds go out of line.
+namespace Time_Detail {
+constexpr int64_t ClampCount(int64_t iCount) {
+    return iCount < kTime_MinCount ? kTime_MinCount : (iCount > kTime_MaxCount ? kTime_MaxCount : iCount);
+}
+int CompareKinds(int64_t iLeft, Time_EType iLeftType, int64_t iRight, Time_EType iRightType);
+inline int Compare(int64_t iLeft, Time_EType iLeftType, int64_t iRight, Time_EType iRightType) {
+    if (iLeftType != iRightType) return CompareKinds(iLeft, iLeftType, iRight, iRightType);
+    const int64_t left = ClampCount(iLeft), right = ClampCount(iRight);
+    return (left > right) - (left < right);
+}
+}  // namespace Time_Detail
+
 class Time_TypedLength {
 public:
     constexpr Time_TypedLength() = default;
@@ -63,12 +78,12 @@ public:
     constexpr Time_EType GetType() const { return mType; }
 
     // Comparisons are exact across kinds; arithmetic keeps the left kind and saturates.
-    bool operator==(const Time_TypedLength& iOther) const;
+    bool operator==(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) == 0; }
     bool operator!=(const Time_TypedLength& iOther) const { return !(*this == iOther); }
-    bool operator<(const Time_TypedLength& iOther) const;
-    bool operator<=(const Time_TypedLength& iOther) const;
-    bool operator>(const Time_TypedLength& iOther) const;
-    bool operator>=(const Time_TypedLength& iOther) const;
+    bool operator<(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) < 0; }
+    bool operator<=(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) <= 0; }
+    bool operator>(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) > 0; }
+    bool operator>=(const Time_TypedLength& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) >= 0; }
     Time_TypedLength operator+(const Time_TypedLength& iOther) const;
     Time_TypedLength operator-(const Time_TypedLength& iOther) const;
     Time_TypedLength& operator+=(const Time_TypedLength& iOther);
@@ -95,12 +110,12 @@ public:
     static Time_Typed MaxTime(Time_EType iType);
 
     // Comparisons across kinds convert exactly where they can (see Time_Convert).
-    bool operator==(const Time_Typed& iOther) const;
+    bool operator==(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) == 0; }
     bool operator!=(const Time_Typed& iOther) const { return !(*this == iOther); }
-    bool operator<(const Time_Typed& iOther) const;
-    bool operator<=(const Time_Typed& iOther) const;
-    bool operator>(const Time_Typed& iOther) const;
-    bool operator>=(const Time_Typed& iOther) const;
+    bool operator<(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) < 0; }
+    bool operator<=(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) <= 0; }
+    bool operator>(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) > 0; }
+    bool operator>=(const Time_Typed& iOther) const { return Time_Detail::Compare(mCount, mType, iOther.mCount, iOther.mType) >= 0; }
 
     // Arithmetic keeps this value's kind; a length of the other kind is converted first.
     // Results saturate at MinTime/MaxTime instead of wrapping.

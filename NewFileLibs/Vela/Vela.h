@@ -36,6 +36,8 @@
 #include "Mdie_TimedEvent.h"
 #include "Mdie_TraceUtil.h"
 #include "Mdie_TrackState.h"
+#include "Vela_Chunk.h"
+#include "Vela_ChunkRef.h"
 #include "Vela_ContinuousData.h"
 #include "Vela_ContinuousDataStream.h"
 #include "Vela_Event.h"
