@@ -1,0 +1,158 @@
+// One codec per streamed block of the library, and the round-trip check every fuzz target and
+// the damaged-document test run over them.
+//
+// A codec reads its block into a new value, writes a value back, and says whether two values
+// are the same where the value has an equality of its own (elsewhere the written bytes decide).
+// RoundTrip is the property: any input either fails to read with the library's exception
+// (Cmn_Exception: the stream exception or a localized one), or it reads, and then what it
+// writes reads again to the same value, which writes the same bytes. Anything else escapes as
+// a std::logic_error (or whatever the reader threw), which a fuzzer reports as a crash.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "Cmn_Exception.h"
+#include "Mdie_SubStream.h"
+#include "Mdie_TimedEvent.h"
+#include "Sys_TypedStream.h"
+#include "Vela_Chunk.h"
+#include "Vela_ContinuousData.h"
+#include "Vela_ContinuousDataStream.h"
+#include "Vela_Event.h"
+#include "Vela_EventStream.h"
+#include "Vela_NoteList.h"
+
+namespace VelaFuzz {
+
+using Bytes = std::vector<uint8_t>;
+constexpr Ndo_Object::EUndoFlag kNoUndo = Ndo_Object::kNotUndoable;
+
+template <class TCodec, class TValue>
+Bytes Written(const TValue& iValue) {
+    Sys_MemoryOutStream out;
+    TCodec::Write(iValue, out);
+    return out.GetBytes();
+}
+
+// The system-exclusive event block. A null event has no block of its own form; it is written
+// the way lists write it (a null flag), which is what a list holding it reads back.
+struct EventCodec {
+    static std::unique_ptr<Vela_Event> Read(Sys_TypedInStream& iIn) {
+        auto event = std::make_unique<Vela_Event>();
+        event->StreamIn(iIn);
+        return event;
+    }
+    static void Write(const Vela_Event& iEvent, Sys_TypedOutStream& iOut) { iEvent.StreamOutReadable(iOut); }
+    // Long sysex events are equal only when they share their data; their content is compared
+    // by the written bytes.
+    static bool Same(const Vela_Event& iA, const Vela_Event& iB) {
+        return iA.GetType() == iB.GetType() && (iA.GetType() == Vela_Event::kLongSysex || iA == iB);
+    }
+};
+
+struct TimedEventListCodec {
+    static std::unique_ptr<Mdie_TimedEventList> Read(Sys_TypedInStream& iIn) {
+        auto list = std::make_unique<Mdie_TimedEventList>();
+        list->StreamIn(iIn);
+        return list;
+    }
+    static void Write(const Mdie_TimedEventList& iList, Sys_TypedOutStream& iOut) { iList.StreamOut(iOut); }
+    static bool Same(const Mdie_TimedEventList& iA, const Mdie_TimedEventList& iB) {
+        if (iA.GetSize() != iB.GetSize()) return false;
+        for (size_t i = 0; i < iA.GetSize(); ++i) {
+            const Time_Typed& a = iA[i].GetTime();
+            const Time_Typed& b = iB[i].GetTime();
+            if (a.AsInt64() != b.AsInt64() || a.GetType() != b.GetType()) return false;
+            if (!EventCodec::Same(iA[i].GetEvent(), iB[i].GetEvent())) return false;
+        }
+        return true;
+    }
+};
+
+struct SubStreamCodec {
+    static std::unique_ptr<Mdie_SubStream> Read(Sys_TypedInStream& iIn) {
+        auto subStream = std::make_unique<Mdie_SubStream>();
+        subStream->StreamIn(iIn);
+        return subStream;
+    }
+    static void Write(const Mdie_SubStream& iSubStream, Sys_TypedOutStream& iOut) { iSubStream.StreamOut(iOut); }
+    static bool Same(const Mdie_SubStream& iA, const Mdie_SubStream& iB) { return iA == iB; }
+};
+
+// Values without an equality of their own: the written bytes are the comparison.
+template <class TValue>
+struct BytesDecide {
+    static bool Same(const TValue&, const TValue&) { return true; }
+};
+
+struct ContinuousDataCodec : BytesDecide<Vela_ContinuousData> {
+    static std::unique_ptr<Vela_ContinuousData> Read(Sys_TypedInStream& iIn) {
+        auto data = std::make_unique<Vela_ContinuousData>(kNoUndo, false);
+        data->StreamIn(iIn);
+        return data;
+    }
+    static void Write(const Vela_ContinuousData& iData, Sys_TypedOutStream& iOut) { iData.StreamOut(iOut); }
+};
+
+struct ContinuousDataStreamCodec : BytesDecide<Vela_ContinuousDataStream> {
+    static std::unique_ptr<Vela_ContinuousDataStream> Read(Sys_TypedInStream& iIn) {
+        return std::make_unique<Vela_ContinuousDataStream>(iIn, kNoUndo, false);
+    }
+    static void Write(const Vela_ContinuousDataStream& iStream, Sys_TypedOutStream& iOut) { iStream.StreamOut(iOut); }
+};
+
+struct EventStreamCodec {
+    static std::unique_ptr<Vela_EventStream> Read(Sys_TypedInStream& iIn) {
+        auto stream = std::make_unique<Vela_EventStream>(kNoUndo, false);
+        stream->StreamIn(iIn);
+        return stream;
+    }
+    static void Write(const Vela_EventStream& iStream, Sys_TypedOutStream& iOut) { iStream.StreamOut(iOut); }
+    static bool Same(const Vela_EventStream& iA, const Vela_EventStream& iB) {
+        return TimedEventListCodec::Same(iA.GetEvents(), iB.GetEvents());
+    }
+};
+
+struct NoteListCodec {
+    static std::unique_ptr<Vela_NoteList> Read(Sys_TypedInStream& iIn) {
+        auto list = std::make_unique<Vela_NoteList>(kNoUndo, false);
+        list->StreamIn(iIn);
+        return list;
+    }
+    static void Write(const Vela_NoteListBase& iList, Sys_TypedOutStream& iOut) { iList.StreamOut(iOut); }
+    static bool Same(const Vela_NoteListBase& iA, const Vela_NoteListBase& iB) { return iA == iB; }
+};
+
+// The chunk's own equality tells chunks with continuous data apart by identity, so the bytes
+// (which hold every member) decide.
+struct ChunkCodec : BytesDecide<Vela_Chunk> {
+    static std::unique_ptr<Vela_Chunk> Read(Sys_TypedInStream& iIn) {
+        return std::unique_ptr<Vela_Chunk>(Vela_Chunk::StreamIn(iIn, kNoUndo, false));
+    }
+    static void Write(const Vela_Chunk& iChunk, Sys_TypedOutStream& iOut) { iChunk.StreamOut(iOut); }
+};
+
+// True when the input read (and then round-tripped); false when it failed with the library's
+// exception. Throws std::logic_error when the round trip breaks.
+template <class TCodec>
+bool RoundTrip(const uint8_t* iData, size_t iSize) {
+    Sys_MemoryInStream firstIn(iData, iSize);
+    decltype(TCodec::Read(firstIn)) first;
+    try {
+        first = TCodec::Read(firstIn);
+    } catch (const Cmn_Exception&) {
+        return false;
+    }
+    const Bytes written = Written<TCodec>(*first);
+    Sys_MemoryInStream secondIn(written.data(), written.size());
+    const auto second = TCodec::Read(secondIn);  // must not throw: the library wrote it
+    if (secondIn.GetPos() != static_cast<int64_t>(written.size())) throw std::logic_error("round trip: second read stopped early");
+    if (!TCodec::Same(*first, *second)) throw std::logic_error("round trip: the second read differs from the first");
+    if (Written<TCodec>(*second) != written) throw std::logic_error("round trip: the second write differs from the first");
+    return true;
+}
+
+}  // namespace VelaFuzz
