@@ -23,6 +23,7 @@
 #include "Vela_ContinuousDataStream.h"
 #include "Vela_Event.h"
 #include "Vela_EventStream.h"
+#include "Vela_ExtendedEvent.h"
 #include "Vela_NoteList.h"
 
 namespace VelaFuzz {
@@ -134,6 +135,27 @@ struct ChunkCodec : BytesDecide<Vela_Chunk> {
     }
     static void Write(const Vela_Chunk& iChunk, Sys_TypedOutStream& iOut) { iChunk.StreamOut(iOut); }
 };
+
+// A small chunk with something in every member: notes of both time kinds (one muted, one with
+// on velocity 0), controller, pitch-bend and poly-pressure streams, a short and a long sysex.
+inline std::unique_ptr<Vela_Chunk> SampleChunk() {
+    std::unique_ptr<Vela_Chunk> chunk(Vela_Chunk::New(kNoUndo, false));
+    const Time_TypedLength beat(480, kTime_Ticks);
+    chunk->AddEvent(Vela_NoteWithDurationExtendedEvent(Time_Typed(0, kTime_Ticks), Vela_NoteWithDurationEvent(60, beat, 100, 64), false));
+    chunk->AddEvent(Vela_NoteWithDurationExtendedEvent(Time_Typed(240, kTime_Ticks), Vela_NoteWithDurationEvent(64, beat, 0, 64), true));
+    chunk->AddEvent(Vela_NoteWithDurationExtendedEvent(Time_Typed(44100, kTime_Samples),
+                                                       Vela_NoteWithDurationEvent(67, Time_TypedLength(22050, kTime_Samples), 90, 40), false));
+    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(0, kTime_Ticks), Vela_ControllerEvent(7, 100)));
+    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(960, kTime_Ticks), Vela_ControllerEvent(7, 20)));
+    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(10, kTime_Samples), Vela_PitchBendEvent(-200)));
+    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(5, kTime_Ticks), Vela_PolyPressureEvent(60, 30)));
+    const unsigned char shortPayload[] = {0x7E, 0x7F, 0x09, 0x01};
+    unsigned char longPayload[40];  // above 14 bytes: the long form
+    for (size_t i = 0; i < sizeof longPayload; ++i) longPayload[i] = static_cast<unsigned char>(i & 0x7F);
+    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(1, kTime_Ticks), Vela_SysexEvent(sizeof shortPayload, shortPayload)));
+    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(2, kTime_Samples), Vela_SysexEvent(sizeof longPayload, longPayload)));
+    return chunk;
+}
 
 // True when the input read (and then round-tripped); false when it failed with the library's
 // exception. Throws std::logic_error when the round trip breaks.

@@ -9,7 +9,6 @@
 
 #include "Cmn_Assert.h"
 #include "FuzzCodecs.h"
-#include "Vela_ExtendedEvent.h"
 
 namespace {
 
@@ -22,25 +21,6 @@ void Save(const std::string& iTarget, const Bytes& iBytes) {
     std::filesystem::create_directories(dir);
     const std::filesystem::path file = dir / ("seed" + std::to_string(std::distance(std::filesystem::directory_iterator(dir), {})));
     std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(iBytes.data()), static_cast<std::streamsize>(iBytes.size()));
-}
-
-std::unique_ptr<Vela_Chunk> SampleChunk() {
-    std::unique_ptr<Vela_Chunk> chunk(Vela_Chunk::New(kNoUndo, false));
-    const Time_TypedLength beat(480, kTime_Ticks);
-    chunk->AddEvent(Vela_NoteWithDurationExtendedEvent(Time_Typed(0, kTime_Ticks), Vela_NoteWithDurationEvent(60, beat, 100, 64), false));
-    chunk->AddEvent(Vela_NoteWithDurationExtendedEvent(Time_Typed(240, kTime_Ticks), Vela_NoteWithDurationEvent(64, beat, 0, 64), true));
-    chunk->AddEvent(Vela_NoteWithDurationExtendedEvent(Time_Typed(44100, kTime_Samples),
-                                                       Vela_NoteWithDurationEvent(67, Time_TypedLength(22050, kTime_Samples), 90, 40), false));
-    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(0, kTime_Ticks), Vela_ControllerEvent(7, 100)));
-    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(960, kTime_Ticks), Vela_ControllerEvent(7, 20)));
-    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(10, kTime_Samples), Vela_PitchBendEvent(-200)));
-    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(5, kTime_Ticks), Vela_PolyPressureEvent(60, 30)));
-    const unsigned char shortPayload[] = {0x7E, 0x7F, 0x09, 0x01};
-    unsigned char longPayload[40];  // above 14 bytes: the long form
-    for (size_t i = 0; i < sizeof longPayload; ++i) longPayload[i] = static_cast<unsigned char>(i & 0x7F);
-    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(1, kTime_Ticks), Vela_SysexEvent(sizeof shortPayload, shortPayload)));
-    chunk->AddEvent(Vela_ExtendedEvent(Time_Typed(2, kTime_Samples), Vela_SysexEvent(sizeof longPayload, longPayload)));
-    return chunk;
 }
 
 void SaveChunkAndItsBlocks(const Vela_Chunk& iChunk) {

@@ -21,3 +21,8 @@ if(TARGET Vela_Vela_TraceAbsent_test)
   set_tests_properties(Vela_TraceAbsent_test PROPERTIES ENVIRONMENT
     "VELA_ORBITRACE_PATH=${CMAKE_CURRENT_BINARY_DIR}/no-trace-library-here;ORBITRACE_FILE=${CMAKE_CURRENT_BINARY_DIR}/Vela_TraceAbsent_test.trace")
 endif()
+
+# The damaged-document test runs the fuzz targets' round trip over its inputs.
+if(TARGET Vela_Vela_DamagedDocument_test)
+  target_include_directories(Vela_Vela_DamagedDocument_test PRIVATE ${PROJECT_SOURCE_DIR}/fuzz)
+endif()
