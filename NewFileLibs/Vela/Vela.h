@@ -49,4 +49,5 @@
 #include "Vela_NoteList.h"
 #include "Vela_NoteListBase_Note.h"
 #include "Vela_ScrubList.h"
+#include "Vela_SmfCodec.h"
 #include "Vela_Trace.h"
