@@ -1,6 +1,6 @@
 // Writes the seed corpus of every fuzz target: small valid documents made by the library's own
 // writers (a chunk with notes, streams and sysex, and every block nested in it), plus a few
-// MIDI byte streams for the parser. Usage: vela_fuzz_seeds <directory>; one subdirectory per
+// MIDI byte streams for the parser and a few Standard MIDI Files. Usage: vela_fuzz_seeds <directory>; one subdirectory per
 // target.
 #include <cstdio>
 #include <filesystem>
@@ -9,6 +9,7 @@
 
 #include "Cmn_Assert.h"
 #include "FuzzCodecs.h"
+#include "RandomSong.h"
 
 namespace {
 
@@ -55,5 +56,7 @@ int main(int iArgc, char** iArgv) {
     Save("Parse", {3, 0x90, 60, 100, 62, 0, 0xB1, 7, 100, 121, 0, 0xF0, 0x7E, 0xF8, 0x01, 0xF7, 0xE2, 0, 64,
                    0xC3, 5, 0xD4, 9, 0xA5, 60, 20, 0xF1, 0x10, 0xF2, 1, 2, 0xF3, 4, 0xF6, 0x45, 0xFA, 0x80, 60});
     Save("Parse", {0, 0xF0, 0x43, 0x10, 0x4C, 0x00, 0x00, 0x7E, 0x00, 0xF7, 0xF4, 0xF5, 0x90, 0x3C});
+    std::mt19937 random(14);
+    for (int i = 0; i < 4; ++i) Save("Smf", Vela_SmfCodec::Write(random_song::Make(random, 8)));
     return 0;
 }

@@ -10,7 +10,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-20}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(Event TimedEventList SubStream ContinuousData ContinuousDataStream EventStream NoteList Chunk Parse)
+[ ${#targets[@]} -gt 0 ] || targets=(Event TimedEventList SubStream ContinuousData ContinuousDataStream EventStream NoteList Chunk Parse Smf)
 "$root/scripts/install-deps.sh" clang libclang-rt-14-dev
 export CC=clang CXX=clang++
 build="$root/build-fuzz"

@@ -104,11 +104,28 @@ public:
         }
         EndOpenNotes();
         MainTrack();  // a file track with no events still counts
-        for (int track = FirstTrack(); track < static_cast<int>(mSong.mTracks.size()); ++track)
+        for (int track = FirstTrack(); track < static_cast<int>(mSong.mTracks.size()); ++track) {
             mSong.mTracks[static_cast<size_t>(track)].mEndTick = mTick;
+            SortInPlaybackOrder(mSong.mTracks[static_cast<size_t>(track)].mEvents);
+        }
     }
 
 private:
+    // Files put one tick's events in any order; a track holds them as the writer puts them
+    // out: other events by playback priority, then notes by their end, each in file order
+    // among equals. Sorted once the track is read (a program's priority is known only when its
+    // bank selects and program change have all been seen), so a file written from the song
+    // reads back to the same song.
+    static void SortInPlaybackOrder(std::vector<Mdie_TimedEvent>& ioEvents) {
+        auto key = [](const Mdie_TimedEvent& iEvent) {
+            const bool note = iEvent.IsNoteWithDurationEvent();
+            const int64_t rank = note ? (iEvent.GetTime() + iEvent.GetDuration()).AsInt64() : iEvent.GetEvent().GetPlaybackPriority();
+            return std::make_tuple(iEvent.GetTime().AsInt64(), note, rank);
+        };
+        std::stable_sort(ioEvents.begin(), ioEvents.end(),
+                         [&](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) { return key(iA) < key(iB); });
+    }
+
     [[noreturn]] void Fail(size_t iOffset, const std::string& iReason) { throw Vela_SmfError(iOffset, iReason); }
 
     int FirstTrack() const { return mFirstTrack < 0 ? static_cast<int>(mSong.mTracks.size()) : mFirstTrack; }

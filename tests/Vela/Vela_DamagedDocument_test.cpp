@@ -31,3 +31,13 @@ TEST(DamagedDocument, EveryTruncationAndSingleByteChangeOfAChunkReadsBackOrThrow
     EXPECT_GT(readBack, document.size());
     EXPECT_GT(refused, document.size() / 2);
 }
+
+// Found by fuzzing: events of one tick reached the song in file order, so a controller before a
+// program came back after it once written (the writer puts a tick's events in playback order).
+TEST(DamagedDocument, FilesTheFuzzersFoundRoundTrip) {
+    const Bytes files[] = {
+        {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 1, 0, 1, 0, 96, 'M', 'T', 'r', 'k', 0, 0, 0, 11,
+         0, 0xB0, 4, 0, 0, 0xC0, 5, 0, 0xFF, 0x2F, 0},
+    };
+    for (const Bytes& file : files) EXPECT_TRUE(SmfRoundTrip(file.data(), file.size()));
+}
