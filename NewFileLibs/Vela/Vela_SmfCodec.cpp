@@ -207,15 +207,17 @@ private:
         const unsigned kind = status >> 4;
         const int channel = static_cast<int>(status & 0x0F);
         const unsigned data2 = (kind == 0xC || kind == 0xD) ? 0 : DataByte();
+        if (kind == 0x8 || (kind == 0x9 && data2 == 0)) {
+            // A note-off only ends a note: it makes no track for its channel (a track holding
+            // nothing would not be written, and would not come back).
+            NoteOff(channel, data1, kind == 0x8 ? static_cast<int8_t>(data2) : kNeutralReleaseVelocity);
+            return;
+        }
         const int track = TrackOfChannel(channel);
         const auto d1 = static_cast<int8_t>(data1);
         const auto d2 = static_cast<int8_t>(data2);
         switch (kind) {
-            case 0x8: NoteOff(channel, data1, d2); break;
-            case 0x9:
-                if (data2 == 0) NoteOff(channel, data1, kNeutralReleaseVelocity);
-                else NoteOn(track, channel, d1, d2);
-                break;
+            case 0x9: NoteOn(track, channel, d1, d2); break;
             case 0xA: Add(track, Vela_PolyPressureEvent(d1, d2)); break;
             case 0xB:
                 if (data1 == 0 || data1 == 32) BankSelect(track, channel, data1 == 0, d2);
