@@ -321,7 +321,9 @@ void PutData(std::vector<unsigned char>& ioOut, const std::string& iData) {
     ioOut.insert(ioOut.end(), iData.begin(), iData.end());
 }
 
-// One event of a file track before writing: sorted by time, then class, then key, then order.
+// One event of a file track before writing: sorted by time, then track (the file track's
+// first track first: the reader gives the metas and sysex to the track of the first channel
+// message, so that track's events must lead at the first tick), then class, key and order.
 struct Item {
     enum EClass { kSide, kNoteOff, kOther, kNoteOn, kZeroNoteOff };
     int64_t mTick;
@@ -329,8 +331,10 @@ struct Item {
     int64_t mKey;
     size_t mOrder;
     std::vector<unsigned char> mBytes;
+    size_t mTrack = 0;  // rank of the track within its file track
     bool operator<(const Item& iOther) const {
-        return std::tie(mTick, mClass, mKey, mOrder) < std::tie(iOther.mTick, iOther.mClass, iOther.mKey, iOther.mOrder);
+        return std::tie(mTick, mTrack, mClass, mKey, mOrder) <
+               std::tie(iOther.mTick, iOther.mTrack, iOther.mClass, iOther.mKey, iOther.mOrder);
     }
 };
 
@@ -399,9 +403,11 @@ void AddTrackItems(const Vela_SmfTrack& iTrack, std::vector<Item>& ioItems) {
 void WriteTrack(const std::vector<const Vela_SmfTrack*>& iTracks, int iDivision, std::vector<unsigned char>& ioOut) {
     std::vector<Item> items;
     int64_t end = 0;
-    for (const Vela_SmfTrack* track : iTracks) {
-        AddTrackItems(*track, items);
-        end = std::max(end, track->mEndTick);
+    for (size_t rank = 0; rank < iTracks.size(); ++rank) {
+        const size_t first = items.size();
+        AddTrackItems(*iTracks[rank], items);
+        for (size_t i = first; i < items.size(); ++i) items[i].mTrack = rank;
+        end = std::max(end, iTracks[rank]->mEndTick);
     }
     std::stable_sort(items.begin(), items.end());
     std::vector<unsigned char> body;

@@ -37,6 +37,8 @@ TEST(DamagedDocument, FilesTheFuzzersFoundRoundTrip) {
     const Bytes events[] = {
         {0, 0xB0, 4, 0, 0, 0xC0, 5},   // a tick's events were kept in file order, not playback order
         {0, 0xC0, 5, 0, 0x81, 60, 0},  // a stray note-off made an empty track for its channel
+        // the metas' track, first to a channel at the first tick, was not written first there
+        {0, 0xFF, 3, 1, 'a', 0, 0xB1, 7, 1, 0, 0xC0, 5},
     };
     for (const Bytes& body : events) {
         Bytes file{'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 1, 0, 1, 0, 96, 'M', 'T', 'r', 'k', 0, 0, 0, uint8_t(body.size() + 4)};
