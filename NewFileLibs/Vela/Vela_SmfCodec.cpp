@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <deque>
 #include <tuple>
 
 #include "Vela_Event.h"
@@ -264,17 +263,17 @@ private:
     void NoteOn(int iTrack, int iChannel, int8_t iPitch, int8_t iVelocity) {
         const Vela_NoteWithDurationEvent note(iPitch, Time_TypedLength(0, kTime_Ticks), iVelocity,
                                               kNeutralReleaseVelocity);
-        mOpen[static_cast<size_t>(iChannel * kNumPitches + iPitch)].push_back({iTrack, Track(iTrack).mEvents.size()});
+        mOpen[static_cast<size_t>(iChannel * kNumPitches + iPitch)].mNotes.push_back({iTrack, Track(iTrack).mEvents.size()});
         Add(iTrack, note);
     }
     void NoteOff(int iChannel, unsigned iPitch, int8_t iVelocity) {
-        auto& open = mOpen[static_cast<size_t>(iChannel) * kNumPitches + iPitch];
-        if (open.empty()) {
+        OpenNotes& open = mOpen[static_cast<size_t>(iChannel) * kNumPitches + iPitch];
+        if (open.mFirst == open.mNotes.size()) {
             ++mSong.mUnmatchedNoteOffs;
             return;
         }
-        End(open.front(), iVelocity);
-        open.pop_front();
+        End(open.mNotes[open.mFirst++], iVelocity);
+        if (open.mFirst == open.mNotes.size()) open = OpenNotes();
     }
     void End(const OpenNote& iNote, int8_t iVelocity) {
         Mdie_TimedEvent& timed = Track(iNote.mTrack).mEvents[iNote.mEvent];
@@ -283,8 +282,8 @@ private:
         note.SetOffVelocity(iVelocity);
     }
     void EndOpenNotes() {
-        for (auto& open : mOpen)
-            for (const OpenNote& note : open) End(note, kNeutralReleaseVelocity);
+        for (const OpenNotes& open : mOpen)
+            for (size_t i = open.mFirst; i < open.mNotes.size(); ++i) End(open.mNotes[i], kNeutralReleaseVelocity);
     }
 
     ByteReader& mIn;
@@ -298,7 +297,13 @@ private:
     std::array<int, kNumChannels> mChannelTrack{};
     std::array<int64_t, kNumChannels> mProgramTick{};
     std::array<size_t, kNumChannels> mProgramEvent{};
-    std::array<std::deque<OpenNote>, kNumChannels * kNumPitches> mOpen;
+    // The sounding notes of each channel and pitch, oldest first: a queue that allocates nothing
+    // until used (a file track reads 2048 of them).
+    struct OpenNotes {
+        std::vector<OpenNote> mNotes;
+        size_t mFirst = 0;  // the ones before it have ended
+    };
+    std::array<OpenNotes, kNumChannels * kNumPitches> mOpen;
 };
 
 // ---------------------------------------------------------------- writing
