@@ -41,14 +41,24 @@ Bytes Written(const TValue& iValue) {
     return out.GetBytes();
 }
 
+// A value streamed by its own StreamIn and StreamOut, made from the given arguments before it
+// reads. Same answers true: the written bytes are the comparison, unless a codec knows more.
+template <class TValue, class TWritten = TValue>
+struct MemberCodec {
+    template <class... TArgs>
+    static std::unique_ptr<TValue> ReadNew(Sys_TypedInStream& iIn, TArgs... iArgs) {
+        auto value = std::make_unique<TValue>(iArgs...);
+        value->StreamIn(iIn);
+        return value;
+    }
+    static void Write(const TWritten& iValue, Sys_TypedOutStream& iOut) { iValue.StreamOut(iOut); }
+    static bool Same(const TWritten&, const TWritten&) { return true; }
+};
+
 // The system-exclusive event block. A null event has no block of its own form; it is written
 // the way lists write it (a null flag), which is what a list holding it reads back.
-struct EventCodec {
-    static std::unique_ptr<Vela_Event> Read(Sys_TypedInStream& iIn) {
-        auto event = std::make_unique<Vela_Event>();
-        event->StreamIn(iIn);
-        return event;
-    }
+struct EventCodec : MemberCodec<Vela_Event> {
+    static std::unique_ptr<Vela_Event> Read(Sys_TypedInStream& iIn) { return ReadNew(iIn); }
     static void Write(const Vela_Event& iEvent, Sys_TypedOutStream& iOut) { iEvent.StreamOutReadable(iOut); }
     // Long sysex events are equal only when they share their data; their content is compared
     // by the written bytes.
@@ -57,13 +67,8 @@ struct EventCodec {
     }
 };
 
-struct TimedEventListCodec {
-    static std::unique_ptr<Mdie_TimedEventList> Read(Sys_TypedInStream& iIn) {
-        auto list = std::make_unique<Mdie_TimedEventList>();
-        list->StreamIn(iIn);
-        return list;
-    }
-    static void Write(const Mdie_TimedEventList& iList, Sys_TypedOutStream& iOut) { iList.StreamOut(iOut); }
+struct TimedEventListCodec : MemberCodec<Mdie_TimedEventList> {
+    static std::unique_ptr<Mdie_TimedEventList> Read(Sys_TypedInStream& iIn) { return ReadNew(iIn); }
     static bool Same(const Mdie_TimedEventList& iA, const Mdie_TimedEventList& iB) {
         if (iA.GetSize() != iB.GetSize()) return false;
         for (size_t i = 0; i < iA.GetSize(); ++i) {
@@ -76,67 +81,39 @@ struct TimedEventListCodec {
     }
 };
 
-struct SubStreamCodec {
-    static std::unique_ptr<Mdie_SubStream> Read(Sys_TypedInStream& iIn) {
-        auto subStream = std::make_unique<Mdie_SubStream>();
-        subStream->StreamIn(iIn);
-        return subStream;
-    }
-    static void Write(const Mdie_SubStream& iSubStream, Sys_TypedOutStream& iOut) { iSubStream.StreamOut(iOut); }
+struct SubStreamCodec : MemberCodec<Mdie_SubStream> {
+    static std::unique_ptr<Mdie_SubStream> Read(Sys_TypedInStream& iIn) { return ReadNew(iIn); }
     static bool Same(const Mdie_SubStream& iA, const Mdie_SubStream& iB) { return iA == iB; }
 };
 
-// Values without an equality of their own: the written bytes are the comparison.
-template <class TValue>
-struct BytesDecide {
-    static bool Same(const TValue&, const TValue&) { return true; }
+struct ContinuousDataCodec : MemberCodec<Vela_ContinuousData> {
+    static std::unique_ptr<Vela_ContinuousData> Read(Sys_TypedInStream& iIn) { return ReadNew(iIn, kNoUndo, false); }
 };
 
-struct ContinuousDataCodec : BytesDecide<Vela_ContinuousData> {
-    static std::unique_ptr<Vela_ContinuousData> Read(Sys_TypedInStream& iIn) {
-        auto data = std::make_unique<Vela_ContinuousData>(kNoUndo, false);
-        data->StreamIn(iIn);
-        return data;
-    }
-    static void Write(const Vela_ContinuousData& iData, Sys_TypedOutStream& iOut) { iData.StreamOut(iOut); }
-};
-
-struct ContinuousDataStreamCodec : BytesDecide<Vela_ContinuousDataStream> {
+struct ContinuousDataStreamCodec : MemberCodec<Vela_ContinuousDataStream> {
     static std::unique_ptr<Vela_ContinuousDataStream> Read(Sys_TypedInStream& iIn) {
         return std::make_unique<Vela_ContinuousDataStream>(iIn, kNoUndo, false);
     }
-    static void Write(const Vela_ContinuousDataStream& iStream, Sys_TypedOutStream& iOut) { iStream.StreamOut(iOut); }
 };
 
-struct EventStreamCodec {
-    static std::unique_ptr<Vela_EventStream> Read(Sys_TypedInStream& iIn) {
-        auto stream = std::make_unique<Vela_EventStream>(kNoUndo, false);
-        stream->StreamIn(iIn);
-        return stream;
-    }
-    static void Write(const Vela_EventStream& iStream, Sys_TypedOutStream& iOut) { iStream.StreamOut(iOut); }
+struct EventStreamCodec : MemberCodec<Vela_EventStream> {
+    static std::unique_ptr<Vela_EventStream> Read(Sys_TypedInStream& iIn) { return ReadNew(iIn, kNoUndo, false); }
     static bool Same(const Vela_EventStream& iA, const Vela_EventStream& iB) {
         return TimedEventListCodec::Same(iA.GetEvents(), iB.GetEvents());
     }
 };
 
-struct NoteListCodec {
-    static std::unique_ptr<Vela_NoteList> Read(Sys_TypedInStream& iIn) {
-        auto list = std::make_unique<Vela_NoteList>(kNoUndo, false);
-        list->StreamIn(iIn);
-        return list;
-    }
-    static void Write(const Vela_NoteListBase& iList, Sys_TypedOutStream& iOut) { iList.StreamOut(iOut); }
+struct NoteListCodec : MemberCodec<Vela_NoteList, Vela_NoteListBase> {
+    static std::unique_ptr<Vela_NoteList> Read(Sys_TypedInStream& iIn) { return ReadNew(iIn, kNoUndo, false); }
     static bool Same(const Vela_NoteListBase& iA, const Vela_NoteListBase& iB) { return iA == iB; }
 };
 
 // The chunk's own equality tells chunks with continuous data apart by identity, so the bytes
 // (which hold every member) decide.
-struct ChunkCodec : BytesDecide<Vela_Chunk> {
+struct ChunkCodec : MemberCodec<Vela_Chunk> {
     static std::unique_ptr<Vela_Chunk> Read(Sys_TypedInStream& iIn) {
         return std::unique_ptr<Vela_Chunk>(Vela_Chunk::StreamIn(iIn, kNoUndo, false));
     }
-    static void Write(const Vela_Chunk& iChunk, Sys_TypedOutStream& iOut) { iChunk.StreamOut(iOut); }
 };
 
 // A small chunk with something in every member: notes of both time kinds (one muted, one with
