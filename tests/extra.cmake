@@ -85,3 +85,8 @@ if(TARGET vela_tool AND VELA_AUDIO_OUTPUTS)
     grep -qx \"vela play: cannot reach the JACK server 'vela-no-such-server' (is jackd running?)\" error.txt")
   set_tests_properties(VelaTool.RenderAndJackErrors PROPERTIES TIMEOUT 120)
 endif()
+
+# The damaged-document test runs the fuzz targets' round trip over its inputs.
+if(TARGET Vela_Vela_DamagedDocument_test)
+  target_include_directories(Vela_Vela_DamagedDocument_test PRIVATE ${PROJECT_SOURCE_DIR}/fuzz)
+endif()

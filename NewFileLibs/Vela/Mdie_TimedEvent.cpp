@@ -49,7 +49,7 @@ void Mdie_TimedEventList::StreamOut(Sys_TypedOutStream& iStream) const {
     iStream.Write(static_cast<int32_t>(GetSize()));
     for (const Mdie_TimedEvent& timed : *this) {
         iStream.Write(Time_TypedDefs::GetRawDataForSave(timed.GetTime().AsInt64(), timed.GetTime().GetType()));
-        timed.GetEvent().StreamOut(iStream);
+        timed.GetEvent().StreamOutReadable(iStream);
     }
     header.PatchSize();
 }

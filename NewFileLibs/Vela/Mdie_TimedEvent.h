@@ -90,13 +90,19 @@ public:
 
 // An ordered sequence of timed events (the order is the caller's; nothing here sorts).
 // The list is the library's store of timed sysex data: its streamed form keeps only
-// system-exclusive events (types 14 and 15). Any other type is asserted at writing and leaves
-// an empty event block, which has no null flag to read: a list holding one cannot be read back.
+// system-exclusive events (types 14 and 15). Any other event (the null event included) is
+// asserted at writing and written as an event block with the null flag 1
+// (Vela_Event::StreamOutReadable), so it reads back as the null event. The bare event writer
+// would leave an empty block there, which no reader accepts: a document that was loaded with a
+// null event in a list and saved again could not be loaded, and everything after the event
+// would be lost. Dropping such events at reading instead would change the count and positions
+// the document carries; the null flag keeps every sysex block's bytes exactly and makes a
+// second write equal the first.
 //
 // Streamed form, a block tagged "MdTEL", version 1 (little-endian, inside the block framing):
 //   int32  count
 //   count times:  int64  Time_TypedDefs::GetRawDataForSave(time count, time type)
-//                 event  the event's own block (Vela_Event::StreamOut)
+//                 event  the event's own block (Vela_Event::StreamOutReadable)
 class Mdie_TimedEventList : public Cmn_PolyVector<Mdie_TimedEvent> {
 public:
     static constexpr const char* kStreamTag = "MdTEL";

@@ -144,7 +144,13 @@ public:
     bool operator<(const Vela_Event& iOther) const;
 
     // ---- Persistence of sysex payloads, and raw images.
+    // StreamOut asserts "0" for any event but a sysex and then leaves an empty block, which no
+    // reader accepts. StreamOutReadable is the form for containers that must read back whatever
+    // they wrote (the timed event list): a sysex is written exactly as StreamOut writes it; any
+    // other event is asserted the same way but written as a block with the null flag 1, so it
+    // reads back as the null event and the blocks after it stay readable.
     void StreamOut(Sys_TypedOutStream& iStream) const;
+    void StreamOutReadable(Sys_TypedOutStream& iStream) const;
     void StreamIn(Sys_TypedInStream& iStream);
     void PrepareToImageOut() const;
     void PrepareToImageIn();
@@ -260,6 +266,9 @@ protected:
     // byte). False, with an empty payload, for every other type and for a long sysex of fewer
     // than 2 stored bytes (nothing to frame).
     bool GetSysexPayload(const unsigned char*& oDataP, int& oLength) const;
+    // The event block; a non-sysex event is asserted, then written as a null flag when
+    // iOthersAsNull, as an empty block otherwise.
+    void StreamOutBlock(Sys_TypedOutStream& iStream, bool iOthersAsNull) const;
 
     Storage mU;
 

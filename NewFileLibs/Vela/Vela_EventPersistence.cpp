@@ -2,8 +2,10 @@
 //
 // Streamed form, one block per event, empty tag "", version 1 (little-endian, inside the
 // block framing):
-//   int8   null flag   0: a sysex payload follows; written as 0, any other value read back
-//                      means the null event
+//   int8   null flag   0: a sysex payload follows; any other value read back means the null
+//                      event. StreamOut writes only 0; StreamOutReadable writes 1 for an event
+//                      that is not a sysex (and then nothing else), so a timed event list that
+//                      held one still reads back, with the null event in its place
 //   int32  length n    payload bytes, without F0 and F7
 //   n bytes            the payload
 // A long sysex (type 15) writes its stored bytes after the leading F0 and leaves out the final
@@ -32,6 +34,7 @@ constexpr const char* kEventStreamTag = "";
 constexpr short kEventStreamVersion = 1;
 constexpr int kStreamPieceSize = 1024;
 constexpr int8_t kPayloadFollows = 0;
+constexpr int8_t kNullEventFollows = 1;
 
 class BadAllocation : public std::bad_alloc {
 public:
@@ -69,7 +72,11 @@ std::unique_ptr<unsigned char[]> AllocateScratch(int32_t iLength) {
 
 }  // namespace
 
-void Vela_Event::StreamOut(Sys_TypedOutStream& iStream) const {
+void Vela_Event::StreamOut(Sys_TypedOutStream& iStream) const { StreamOutBlock(iStream, false); }
+
+void Vela_Event::StreamOutReadable(Sys_TypedOutStream& iStream) const { StreamOutBlock(iStream, true); }
+
+void Vela_Event::StreamOutBlock(Sys_TypedOutStream& iStream, bool iOthersAsNull) const {
     Sys_StdStreamHeaderWriter header(iStream, kEventStreamTag, kEventStreamVersion);
     const unsigned char* payloadP = nullptr;
     int payloadLength = 0;
@@ -81,6 +88,7 @@ void Vela_Event::StreamOut(Sys_TypedOutStream& iStream) const {
         WriteInPieces(iStream, payloadP, payloadLength);
     } else {
         VELA_ASSERT(0);
+        if (iOthersAsNull) iStream.Write(kNullEventFollows);
     }
     header.PatchSize();
 }

@@ -98,7 +98,9 @@ void PutData(std::vector<unsigned char>& ioOut, const std::string& iData) {
     ioOut.insert(ioOut.end(), iData.begin(), iData.end());
 }
 
-// One event of a file track before writing: sorted by time, then class, then key, then order.
+// One event of a file track before writing: sorted by time, then track (the file track's
+// first track first: the reader gives the metas and sysex to the track of the first channel
+// message, so that track's events must lead at the first tick), then class, key and order.
 struct Item {
     enum EClass { kSide, kNoteOff, kOther, kNoteOn, kZeroNoteOff };
     int64_t mTick;
@@ -106,8 +108,10 @@ struct Item {
     int64_t mKey;
     size_t mOrder;
     std::vector<unsigned char> mBytes;
+    size_t mTrack = 0;  // rank of the track within its file track
     bool operator<(const Item& iOther) const {
-        return std::tie(mTick, mClass, mKey, mOrder) < std::tie(iOther.mTick, iOther.mClass, iOther.mKey, iOther.mOrder);
+        return std::tie(mTick, mTrack, mClass, mKey, mOrder) <
+               std::tie(iOther.mTick, iOther.mTrack, iOther.mClass, iOther.mKey, iOther.mOrder);
     }
 };
 
@@ -162,11 +166,28 @@ public:
         }
         EndOpenNotes();
         MainTrack();  // a file track with no events still counts
-        for (int track = FirstTrack(); track < static_cast<int>(mSong.mTracks.size()); ++track)
+        for (int track = FirstTrack(); track < static_cast<int>(mSong.mTracks.size()); ++track) {
             mSong.mTracks[static_cast<size_t>(track)].mEndTick = mTick;
+            SortInPlaybackOrder(mSong.mTracks[static_cast<size_t>(track)].mEvents);
+        }
     }
 
 private:
+    // Files put one tick's events in any order; a track holds them as the writer puts them
+    // out: other events by playback priority, then notes by their end, each in file order
+    // among equals. Sorted once the track is read (a program's priority is known only when its
+    // bank selects and program change have all been seen), so a file written from the song
+    // reads back to the same song.
+    static void SortInPlaybackOrder(std::vector<Mdie_TimedEvent>& ioEvents) {
+        auto key = [](const Mdie_TimedEvent& iEvent) {
+            const bool note = iEvent.IsNoteWithDurationEvent();
+            const int64_t rank = note ? (iEvent.GetTime() + iEvent.GetDuration()).AsInt64() : iEvent.GetEvent().GetPlaybackPriority();
+            return std::make_tuple(iEvent.GetTime().AsInt64(), note, rank);
+        };
+        std::stable_sort(ioEvents.begin(), ioEvents.end(),
+                         [&](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) { return key(iA) < key(iB); });
+    }
+
     [[noreturn]] void Fail(size_t iOffset, const std::string& iReason) { throw Vela_SmfError(iOffset, iReason); }
 
     int FirstTrack() const { return mFirstTrack < 0 ? static_cast<int>(mSong.mTracks.size()) : mFirstTrack; }
@@ -401,9 +422,11 @@ void AddTrackItems(const Vela_SmfTrack& iTrack, std::vector<Item>& ioItems) {
 void WriteTrack(const std::vector<const Vela_SmfTrack*>& iTracks, int iDivision, std::vector<unsigned char>& ioOut) {
     std::vector<Item> items;
     int64_t end = 0;
-    for (const Vela_SmfTrack* track : iTracks) {
-        AddTrackItems(*track, items);
-        end = std::max(end, track->mEndTick);
+    for (size_t rank = 0; rank < iTracks.size(); ++rank) {
+        const size_t first = items.size();
+        AddTrackItems(*iTracks[rank], items);
+        for (size_t i = first; i < items.size(); ++i) items[i].mTrack = rank;
+        end = std::max(end, iTracks[rank]->mEndTick);
     }
     std::stable_sort(items.begin(), items.end());
     std::vector<unsigned char> body;

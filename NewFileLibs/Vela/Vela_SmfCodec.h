@@ -36,9 +36,10 @@
 //    than four bytes, a data byte with no status, a status byte not allowed in a file) throws
 //    Vela_SmfError naming the byte offset; nothing is returned half-read.
 // Writing: format 1, the song's division, one file track per mFileTrack (in order), channel
-// messages through the library's own encoder, no running status. At one tick: side events,
-// note-offs, other events in playback order, note-ons, then the offs of zero-length notes, so
-// reading the file back pairs every note as it was. A gap longer than a delta time can say (28
+// messages through the library's own encoder, no running status. At one tick, track by track
+// (a file track's first track first, so it is read back as the first), each track's side
+// events, note-offs, other events in playback order, note-ons, then the offs of zero-length
+// notes, so reading the file back gives every track and pairs every note as it was. A gap longer than a delta time can say (28
 // bits) is bridged with empty text meta events.
 //
 // Not for real-time use (allocates). Reentrant: no shared state.
