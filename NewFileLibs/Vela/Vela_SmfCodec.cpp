@@ -177,8 +177,9 @@ private:
     // out: other events by playback priority, then notes by their end, each in file order
     // among equals. Sorted once the track is read (a program's priority is known only when its
     // bank selects and program change have all been seen), so a file written from the song
-    // reads back to the same song.
+    // reads back to the same song. The values that later ones replaced are dropped first.
     static void SortInPlaybackOrder(std::vector<Mdie_TimedEvent>& ioEvents) {
+        std::erase_if(ioEvents, [](const Mdie_TimedEvent& iEvent) { return iEvent.GetEvent().GetType() == Vela_Event::kNull; });
         auto key = [](const Mdie_TimedEvent& iEvent) {
             const bool note = iEvent.IsNoteWithDurationEvent();
             const int64_t rank = note ? (iEvent.GetTime() + iEvent.GetDuration()).AsInt64() : iEvent.GetEvent().GetPlaybackPriority();
@@ -305,8 +306,11 @@ private:
             if (earlier.GetType() != iEvent.GetType() || Mdie_SubStream(earlier).GetIndex() != index) continue;
             const std::vector<unsigned char> bytes = EventBytes(earlier, static_cast<int>(iStatus & 0x0F));
             AddSide(Track(iTrack), Vela_SmfSideEvent::kChannelMessage, 0, std::string(bytes.begin(), bytes.end()));
-            earlier = iEvent;  // the later value takes the earlier one's place
-            return;
+            // The later value goes last, where the file put it (so writing back, which puts the
+            // earlier value first at the tick, reads to the same order). Cleared, not erased:
+            // open notes and program groups hold indices into the events.
+            earlier = Vela_Event();
+            break;
         }
         Add(iTrack, iEvent);
     }

@@ -39,6 +39,8 @@ TEST(DamagedDocument, FilesTheFuzzersFoundRoundTrip) {
         {0, 0xC0, 5, 0, 0x81, 60, 0},  // a stray note-off made an empty track for its channel
         // the metas' track, first to a channel at the first tick, was not written first there
         {0, 0xFF, 3, 1, 'a', 0, 0xB1, 7, 1, 0, 0xC0, 5},
+        // a value replaced at its tick took the earlier one's place, ahead of events between them
+        {0, 0xA6, 0x7E, 0x7C, 0, 0xD6, 0x7A, 0, 0xD6, 0x11},
     };
     for (const Bytes& body : events) {
         Bytes file{'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 1, 0, 1, 0, 96, 'M', 'T', 'r', 'k', 0, 0, 0, uint8_t(body.size() + 4)};
