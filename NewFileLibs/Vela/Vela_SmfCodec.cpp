@@ -297,21 +297,34 @@ private:
         Track(iTrack).mEvents.emplace_back(Time_Typed(mTick, kTime_Ticks), iEvent);
     }
     // A continuous value: one that an earlier value of its sub-stream at this tick gave way to
-    // is kept beside the events as bytes (a chunk holds one value per sub-stream and time).
+    // is kept beside the events as bytes (a chunk holds one value per sub-stream and time), at
+    // the place among the side events where the file had it. The later value goes last, where
+    // the file put it. So writing back, which puts a tick's side events first, reads to the same
+    // song.
     void AddValue(int iTrack, const Vela_Event& iEvent, unsigned iStatus) {
+        if (mValuesTick != mTick) {
+            mValues.clear();
+            mValuesTick = mTick;
+        }
         auto& events = Track(iTrack).mEvents;
         const int32_t index = Mdie_SubStream(iEvent).GetIndex();
-        for (size_t i = events.size(); i > 0 && events[i - 1].GetTime().AsInt64() == mTick; --i) {
-            Vela_Event& earlier = events[i - 1].GetEvent();
-            if (earlier.GetType() != iEvent.GetType() || Mdie_SubStream(earlier).GetIndex() != index) continue;
+        for (size_t r = 0; r < mValues.size(); ++r) {
+            const ValueRead read = mValues[r];
+            Vela_Event& earlier = events[read.mEvent].GetEvent();
+            if (read.mTrack != iTrack || earlier.GetType() != iEvent.GetType() || Mdie_SubStream(earlier).GetIndex() != index) continue;
             const std::vector<unsigned char> bytes = EventBytes(earlier, static_cast<int>(iStatus & 0x0F));
-            AddSide(Track(iTrack), Vela_SmfSideEvent::kChannelMessage, 0, std::string(bytes.begin(), bytes.end()));
-            // The later value goes last, where the file put it (so writing back, which puts the
-            // earlier value first at the tick, reads to the same order). Cleared, not erased:
-            // open notes and program groups hold indices into the events.
+            auto& side = Track(iTrack).mSide;
+            side.insert(side.begin() + static_cast<ptrdiff_t>(read.mSide),
+                        {mTick, Vela_SmfSideEvent::kChannelMessage, 0, std::string(bytes.begin(), bytes.end())});
+            for (size_t j = 0; j < mValues.size(); ++j) {  // the values read after it now follow it
+                if (mValues[j].mTrack == iTrack && (mValues[j].mSide > read.mSide || (mValues[j].mSide == read.mSide && j > r))) ++mValues[j].mSide;
+            }
+            mValues.erase(mValues.begin() + static_cast<ptrdiff_t>(r));
+            // Cleared, not erased: open notes and program groups hold indices into the events.
             earlier = Vela_Event();
             break;
         }
+        mValues.push_back({iTrack, events.size(), Track(iTrack).mSide.size()});
         Add(iTrack, iEvent);
     }
 
@@ -382,6 +395,15 @@ private:
     std::array<size_t, kNumChannels> mProgramEvent{};
     // Sounding notes per channel and pitch, oldest first (vectors: empty ones cost nothing).
     std::array<std::vector<OpenNote>, kNumChannels * kNumPitches> mOpen;
+    // The values read at mValuesTick, in file order: where each is and how many side events its
+    // track had when it was read.
+    struct ValueRead {
+        int mTrack;
+        size_t mEvent;
+        size_t mSide;
+    };
+    std::vector<ValueRead> mValues;
+    int64_t mValuesTick = -1;
 };
 
 void AddTrackItems(const Vela_SmfTrack& iTrack, std::vector<Item>& ioItems) {
