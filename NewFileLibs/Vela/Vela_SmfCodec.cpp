@@ -310,8 +310,9 @@ private:
         const int32_t index = Mdie_SubStream(iEvent).GetIndex();
         for (size_t r = 0; r < mValues.size(); ++r) {
             const ValueRead read = mValues[r];
+            if (read.mTrack != iTrack) continue;
             Vela_Event& earlier = events[read.mEvent].GetEvent();
-            if (read.mTrack != iTrack || earlier.GetType() != iEvent.GetType() || Mdie_SubStream(earlier).GetIndex() != index) continue;
+            if (earlier.GetType() != iEvent.GetType() || Mdie_SubStream(earlier).GetIndex() != index) continue;
             const std::vector<unsigned char> bytes = EventBytes(earlier, static_cast<int>(iStatus & 0x0F));
             auto& side = Track(iTrack).mSide;
             side.insert(side.begin() + static_cast<ptrdiff_t>(read.mSide),
