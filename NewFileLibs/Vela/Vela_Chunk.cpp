@@ -349,7 +349,10 @@ void AppendNoteOutput(Vela_EventListWrapper& ioOutput, const Vela_ExtendedEvent&
 // cycles of the permutation: far fewer bytes move than in a sort of the elements themselves.
 // Ties keep the order of appending (notes, then the streams in ascending order, then other
 // events). Lists longer than kMaxKeys, or holding times of both kinds, take the wrapper's sort.
-constexpr size_t kMaxKeys = 2048;  // 32 KB of stack
+// Each member appends in time order, so the keys form a few ascending runs: they are merged
+// run by run (linear passes) unless there are many.
+constexpr size_t kMaxKeys = 2048;  // 32 KB of stack per key array
+constexpr size_t kMaxRuns = 64;    // more runs than this are sorted instead
 
 struct SortKey {
     int64_t mTime;
@@ -362,6 +365,39 @@ struct SortKey {
     }
 };
 
+// Sorts ioKeys[0, iCount) by merging its ascending runs pairwise, pass by pass, between ioKeys
+// and a second array on the stack. The keys are unique (their indices differ), so the result
+// is the one order a sort gives.
+void SortKeys(SortKey* ioKeys, size_t iCount) {
+    uint32_t starts[kMaxRuns + 1];
+    size_t runs = 0;
+    for (size_t i = 0; i < iCount; ++i) {
+        if (i > 0 && !(ioKeys[i] < ioKeys[i - 1])) continue;
+        if (runs == kMaxRuns) {
+            std::sort(ioKeys, ioKeys + iCount);
+            return;
+        }
+        starts[runs++] = static_cast<uint32_t>(i);
+    }
+    if (runs <= 1) return;
+    starts[runs] = static_cast<uint32_t>(iCount);
+    SortKey other[kMaxKeys];
+    SortKey* from = ioKeys;
+    SortKey* to = other;
+    while (runs > 1) {
+        size_t merged = 0;
+        for (size_t r = 0; r < runs; r += 2, ++merged) {
+            const uint32_t begin = starts[r], middle = starts[std::min(r + 1, runs)], end = starts[std::min(r + 2, runs)];
+            std::merge(from + begin, from + middle, from + middle, from + end, to + begin);
+            starts[merged] = begin;
+        }
+        starts[merged] = static_cast<uint32_t>(iCount);
+        runs = merged;
+        std::swap(from, to);
+    }
+    if (from != ioKeys) std::copy(from, from + iCount, ioKeys);
+}
+
 template <class TList>
 bool SortByKeys(TList& ioList, size_t iFirst) {
     const size_t count = ioList.GetSize() - iFirst;
@@ -373,7 +409,7 @@ bool SortByKeys(TList& ioList, size_t iFirst) {
         keys[i] = SortKey{std::clamp(event.GetTime().AsInt64(), kTime_MinCount, kTime_MaxCount), event.GetEvent().GetPlaybackPriority(),
                           static_cast<uint32_t>(i)};
     }
-    std::sort(keys, keys + count);
+    SortKeys(keys, count);
     for (uint32_t start = 0; start < count; ++start) {
         if (keys[start].mIndex == start) continue;
         auto held = ioList[iFirst + start];
