@@ -102,7 +102,7 @@ void PutData(std::vector<unsigned char>& ioOut, const std::string& iData) {
 // first track first: the reader gives the metas and sysex to the track of the first channel
 // message, so that track's events must lead at the first tick), then class, key and order.
 struct Item {
-    enum EClass { kSide, kNoteOff, kOther, kNoteOn, kZeroNoteOff };
+    enum EClass { kSide, kNoteOff, kChannelSide, kOther, kNoteOn, kZeroNoteOff };
     int64_t mTick;
     int mClass;
     int64_t mKey;
@@ -169,6 +169,7 @@ public:
         for (int track = FirstTrack(); track < static_cast<int>(mSong.mTracks.size()); ++track) {
             mSong.mTracks[static_cast<size_t>(track)].mEndTick = mTick;
             SortInPlaybackOrder(mSong.mTracks[static_cast<size_t>(track)].mEvents);
+            GroupSideEvents(mSong.mTracks[static_cast<size_t>(track)].mSide);
         }
     }
 
@@ -187,6 +188,16 @@ private:
         };
         std::stable_sort(ioEvents.begin(), ioEvents.end(),
                          [&](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) { return key(iA) < key(iB); });
+    }
+
+    // At one tick, the channel messages kept aside follow the other side events (each group in
+    // file order), as the writer puts them: after the tick's note-offs, so that an unmatched
+    // note-off written back cannot end a note that a note-off of the same tick ended.
+    static void GroupSideEvents(std::vector<Vela_SmfSideEvent>& ioSide) {
+        std::stable_sort(ioSide.begin(), ioSide.end(), [](const Vela_SmfSideEvent& iA, const Vela_SmfSideEvent& iB) {
+            return std::make_tuple(iA.mTick, iA.mKind == Vela_SmfSideEvent::kChannelMessage) <
+                   std::make_tuple(iB.mTick, iB.mKind == Vela_SmfSideEvent::kChannelMessage);
+        });
     }
 
     [[noreturn]] void Fail(size_t iOffset, const std::string& iReason) { throw Vela_SmfError(iOffset, iReason); }
@@ -299,8 +310,8 @@ private:
     // A continuous value: one that an earlier value of its sub-stream at this tick gave way to
     // is kept beside the events as bytes (a chunk holds one value per sub-stream and time), at
     // the place among the side events where the file had it. The later value goes last, where
-    // the file put it. So writing back, which puts a tick's side events first, reads to the same
-    // song.
+    // the file put it. So writing back, which puts the channel messages kept aside before a
+    // tick's other events, reads to the same song.
     void AddValue(int iTrack, const Vela_Event& iEvent, unsigned iStatus) {
         if (mValuesTick != mTick) {
             mValues.clear();
@@ -425,7 +436,8 @@ void AddTrackItems(const Vela_SmfTrack& iTrack, std::vector<Item>& ioItems) {
                 PutData(bytes, side.mData);
                 break;
         }
-        ioItems.push_back({side.mTick, Item::kSide, 0, ioItems.size(), std::move(bytes)});
+        const int kind = side.mKind == Vela_SmfSideEvent::kChannelMessage ? Item::kChannelSide : Item::kSide;
+        ioItems.push_back({side.mTick, kind, 0, ioItems.size(), std::move(bytes)});
     }
     for (const Mdie_TimedEvent& timed : iTrack.mEvents) {
         const Vela_Event& event = timed.GetEvent();

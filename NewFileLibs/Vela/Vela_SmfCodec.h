@@ -12,12 +12,12 @@
 //     select with no program change at its tick becomes a program event whose program part is
 //     disabled (it sends only the bank select). Parts never given stay disabled;
 //   - complete system-exclusive messages (F0 ... F7 in one event) as kinds 14/15.
-// mSide keeps, in file order, what a chunk has no place for: meta events (tempo, time and key
-// signature, names, texts, ...; end of track becomes mEndTick), channel mode messages
-// (controllers 120..127), unmatched note-offs, a value of a controller, pitch bend or pressure that a later value
-// of the same one replaces at the same tick (a chunk keeps one value per sub-stream and time;
-// written back first at that tick, so the last value still wins), a sysex that is split over
-// several events, and F7 escapes.
+// mSide keeps what a chunk has no place for: meta events (tempo, time and key signature, names,
+// texts, ...; end of track becomes mEndTick), a sysex that is split over several events, F7
+// escapes, and channel messages: channel mode messages (controllers 120..127), unmatched
+// note-offs, and a value of a controller, pitch bend or pressure that a later value of the same
+// one replaces at the same tick (a chunk keeps one value per sub-stream and time). In time
+// order; at one tick the channel messages follow the others, each group in file order.
 // Metas, split sysex, escapes and complete sysex go to the first track of their file track.
 //
 // Reading rules:
@@ -38,7 +38,9 @@
 // Writing: format 1, the song's division, one file track per mFileTrack (in order), channel
 // messages through the library's own encoder, no running status. At one tick, track by track
 // (a file track's first track first, so it is read back as the first), each track's side
-// events, note-offs, other events in playback order, note-ons, then the offs of zero-length
+// events other than channel messages, note-offs, the channel messages kept aside (after the
+// note-offs, so an unmatched one stays unmatched; before the other events, so a replaced value
+// is still replaced), other events in playback order, note-ons, then the offs of zero-length
 // notes, so reading the file back gives every track and pairs every note as it was. A gap longer than a delta time can say (28
 // bits) is bridged with empty text meta events.
 //

@@ -44,6 +44,8 @@ TEST(DamagedDocument, FilesTheFuzzersFoundRoundTrip) {
         // a replaced value was put beside the events after a text read before it was replaced
         {0, 0xD0, 0x6B, 0, 0xD0, 0x00, 0, 0xD0, 0x78, 0, 0xFF, 0x01, 0x01, 'a'},
         {0, 0xD0, 1, 0, 0xD1, 2},  // a value of another channel at the tick was looked up in this one's track
+        // an unmatched note-off, written before the tick's note-offs, ended the note one of them ended
+        {0, 0x90, 60, 100, 1, 0x80, 60, 10, 0, 0x80, 60, 20},
     };
     for (const Bytes& body : events) {
         Bytes file{'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 1, 0, 1, 0, 96, 'M', 'T', 'r', 'k', 0, 0, 0, uint8_t(body.size() + 4)};

@@ -19,7 +19,7 @@ inline int Pick(std::mt19937& ioRandom, int iLow, int iHigh) {
 }
 
 // Events of one track as the reader orders them: by tick, other events before notes, those by
-// playback priority and notes by their end.
+// playback priority and notes by their end; side events by tick, channel messages last.
 inline void SortLikeReader(Vela_SmfTrack& ioTrack) {
     auto key = [](const Mdie_TimedEvent& iEvent) {
         const bool note = iEvent.IsNoteWithDurationEvent();
@@ -29,8 +29,11 @@ inline void SortLikeReader(Vela_SmfTrack& ioTrack) {
     };
     std::stable_sort(ioTrack.mEvents.begin(), ioTrack.mEvents.end(),
                      [&](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) { return key(iA) < key(iB); });
+    auto sideKey = [](const Vela_SmfSideEvent& iSide) {
+        return std::make_pair(iSide.mTick, iSide.mKind == Vela_SmfSideEvent::kChannelMessage);
+    };
     std::stable_sort(ioTrack.mSide.begin(), ioTrack.mSide.end(),
-                     [](const Vela_SmfSideEvent& iA, const Vela_SmfSideEvent& iB) { return iA.mTick < iB.mTick; });
+                     [&](const Vela_SmfSideEvent& iA, const Vela_SmfSideEvent& iB) { return sideKey(iA) < sideKey(iB); });
 }
 
 inline Vela_SmfSong Make(std::mt19937& ioRandom, int iMaxNotes = 40) {
