@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <unistd.h>
 
 #include "Cmn_Exception.h"
 #include "RandomSong.h"
@@ -126,7 +127,8 @@ TEST(Song, RealFilesSurviveImportAndExport) {
     const std::filesystem::path folder = "/usr/share/planetblupi/music";
     if (!std::filesystem::is_directory(folder) || std::system("midicsv -u >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "planetblupi-music-midi or midicsv is not installed (scripts/install-deps.sh installs both)";
-    const std::string exported = testing::TempDir() + "vela_roundtrip.mid";
+    // One file per process: two builds' suites may run at once.
+    const std::string exported = testing::TempDir() + "vela_roundtrip_" + std::to_string(getpid()) + ".mid";
     int files = 0;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         const std::vector<unsigned char> original = ReadFile(entry.path().string());
