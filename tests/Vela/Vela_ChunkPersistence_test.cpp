@@ -74,22 +74,6 @@ TEST(Vela_ChunkPersistence, StreamsReadSortedFromAnyOrderShortBlocksTakeDefaults
     }
 }
 
-TEST(Vela_ChunkPersistence, DamagedBlocksThrowTheLibrarysExceptionsOnly) {
-    const ByteVector bytes = Written(*Sample());
-    for (size_t size = 0; size < bytes.size(); ++size)
-        EXPECT_THROW(Read(ByteVector(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size))), Cmn_Exception) << size;
-    for (size_t at = 0; at < bytes.size(); ++at) {
-        for (uint8_t flip : {0x01, 0x80, 0xFF}) {
-            ByteVector damaged = bytes;
-            damaged[at] ^= flip;
-            try {
-                Read(damaged);
-            } catch (const Cmn_Exception&) {
-            }
-        }
-    }
-}
-
 TEST(Vela_ChunkPersistence, UndoTakesBackStreamsAnEditAddedOrRemovedAndRedoRepeatsIt) {
     ChunkPtr chunk = Sample(Ndo_Object::kUndoable);
     const ByteVector before = Written(*chunk);

@@ -103,15 +103,6 @@ TEST(Sys_StdStreamHeader, NewerAndInvalidVersionsThrowOlderOnesAreTheReadersToTe
     }
 }
 
-TEST(Sys_StdStreamHeader, EveryTruncationThrowsStreamException) {
-    const ByteVector bytes = WriteNested(2, true);
-    for (size_t length = 0; length < bytes.size(); ++length) {
-        // A copy of exactly the prefix, so the sanitizer sees any read beyond it.
-        const ByteVector prefix(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
-        EXPECT_THROW(ReadNested(prefix), Sys_StreamException) << "prefix of " << length << " bytes";
-    }
-}
-
 TEST(Sys_StdStreamHeader, SizeThatOverrunsTheParentThrows) {
     ByteVector bytes = WriteNested();
     // The child's size field: parent header (1 + 5 + 2 + 8), the int32, child tag and version.
