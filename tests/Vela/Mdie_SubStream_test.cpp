@@ -83,15 +83,10 @@ TEST(Mdie_SubStream, OnlyControllers1To119AndPolyPressureGiveSubStreamsFromEvent
 TEST(Mdie_SubStream, NullTypeReportsEveryOperationAndAnswersNeutralValues) {
     AssertCapture asserts;
     const Mdie_SubStream null;
-    EXPECT_EQ(null.GetIndex(), 0);
-    EXPECT_EQ(null.MakeEvent(7).GetType(), Vela_Event::kNull);
-    EXPECT_EQ(null.GetValueFromEvent(Vela_ControllerEvent(1, 9)), 0);
     Mdie_SubStream_ValueRange range{5, 5};
     null.GetValueRange(range);
-    EXPECT_EQ(range.mMin, 0);
-    EXPECT_EQ(range.mMax, 0);
-    EXPECT_EQ(null.GetType()->GetTypeCode(), 0);
-    EXPECT_TRUE(null.GetType()->IsValidSubType(-12345));
+    EXPECT_TRUE(null.GetIndex() == 0 && null.MakeEvent(7).GetType() == Vela_Event::kNull && null.GetValueFromEvent(Vela_ControllerEvent(1, 9)) == 0);
+    EXPECT_TRUE(range.mMin == 0 && range.mMax == 0 && null.GetType()->GetTypeCode() == 0 && null.GetType()->IsValidSubType(-12345));
     ASSERT_EQ(asserts.Count(), 6u);
     for (const std::string& text : asserts.Texts()) EXPECT_EQ(text, "0@$^$@NewFileLibs/Vela/Mdie_SubStream.cpp");
 }
