@@ -7,7 +7,6 @@
 #include <limits>
 #include <utility>
 
-#include "AllocCounter.h"
 #include "AssertCapture.h"
 
 namespace {
@@ -169,19 +168,6 @@ TEST_F(TimeTypedTest, BadSettingsAssertAndAreClamped) {
     EXPECT_EQ(capture.Count(), 2u);
     EXPECT_DOUBLE_EQ(Time_Globals::GetSampleRate(), 1.0);
     EXPECT_EQ(Time_Globals::GetCoarseInternalTickGrid(), 1);
-}
-
-TEST_F(TimeTypedTest, ComparisonAndArithmeticAllocateNothing) {
-    AllocCounter counter;
-    Time_Typed t = Samples(100);
-    bool sink = false;
-    for (int i = 0; i < 100; ++i) {
-        t += TickLen(i);
-        sink ^= t < Ticks(i * 1000);
-        t = Time_Convert::ToType(t - SampleLen(1), i % 2 ? kTime_Ticks : kTime_Samples);
-    }
-    EXPECT_EQ(counter.Count(), 0u);
-    ::testing::Test::RecordProperty("sink", sink);
 }
 
 }  // namespace
