@@ -258,6 +258,7 @@ TEST_F(Mdie_ChaseTrackerTest, NoOperationAllocatesAfterConstruction) {
     Mdie_ChaseTracker other(&mMap);
     Mdie_ChaseTracker_ChasingEntry entry;
     Mdie_ChaseTracker_ReleasingEntry released;
+    int32_t releaseValue = 0;
     AllocCounter counter;
     for (int round = 0; round < 3; ++round) {
         Track(mTracker, {Vela_ControllerEvent(7, 90), Vela_ControllerEvent(64, 127)});
@@ -266,6 +267,10 @@ TEST_F(Mdie_ChaseTrackerTest, NoOperationAllocatesAfterConstruction) {
         mTracker.TrackValue(kProgram, 74565);
         mTracker.SetActiveValue(Cc(10), 5);
         mTracker.SetActiveValueIfLater(Cc(11), 6, Time_Typed(10, kTime_Ticks));
+        const int answers = mTracker.IsChasing(Cc(7)) + mTracker.IsReleasing(&releaseValue, kSustain) +
+                            mTracker.IsActive(Cc(7)) + mTracker.IsTracking(Cc(7)) + mTracker.IsTracked(Cc(7)) +
+                            mTracker.GetChasingEntry(entry, Cc(7)) + mTracker.GetChasingEntry(entry, 121);
+        (void)answers;
         for (Mdie_ChaseTracker_ActiveChasingIterator chasing(mTracker); chasing.Next(entry);) {
         }
         for (Mdie_ChaseTracker_ActiveReleasingIterator releasing(mTracker); releasing.Next(released);) {

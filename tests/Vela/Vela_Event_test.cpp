@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "AllocCounter.h"
 #include "BlockBytes.h"
 #include "EventBytes.h"
 #include "Mdie_SysexDataBase.h"
@@ -158,4 +159,27 @@ TEST(EventSharing, CopiesReleasedOnTwoThreadsFreeTheDataOnce) {
         Sys_DelayedDeletionObject::DrainDelayedDeletions();
     }
     EXPECT_EQ(gVela_SysexDataRTTag.mFrees.load() - freesBefore, 2 * 50);  // buffer and object per round
+}
+
+TEST(EventRealTime, BuildingCopyingAndDestroyingEventsNeverAllocates) {
+    Mem2_MasterAllocator allocator(1 << 16);
+    const ByteVector bytes = Payload(64);
+    const Vela_SysexEvent heapSysex(20, bytes.data());  // built before counting: its copies must not allocate
+    AllocCounter counter;
+    {
+        const Time_TypedLength length(480, kTime_Ticks);
+        Vela_Event events[] = {
+            Vela_NoteOnEvent(60), Vela_NoteOffEvent(60, 64), Vela_NoteWithDurationEvent(60, length, 90, 64),
+            Vela_PitchBendEvent(100), Vela_ControllerEvent(7, 1), Vela_ProgramEvent(3, 0),
+            Vela_MonoPressureEvent(5), Vela_PolyPressureEvent(60, 5), Vela_SongPositionEvent(9),
+            Vela_QuarterFrameEvent(0x21), Vela_ReleaseControllerEvent(2), Vela_ClipEvent("short", length),
+            Vela_SysexEvent(14, bytes.data()), Vela_SysexPacketEvent(30, bytes.data(), &allocator), heapSysex,
+        };
+        for (Vela_Event& event : events) {
+            Vela_Event copy(event);
+            event = copy;
+            copy = Vela_TimingClockEvent();
+        }
+    }
+    EXPECT_EQ(counter.Count(), 0u);
 }
