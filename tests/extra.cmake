@@ -84,6 +84,27 @@ if(TARGET vela_tool AND VELA_AUDIO_OUTPUTS)
     if \$vela play demo.mid --jack --server vela-no-such-server 2> error.txt; then exit 1; fi
     grep -qx \"vela play: cannot reach the JACK server 'vela-no-such-server' (is jackd running?)\" error.txt")
   set_tests_properties(VelaTool.RenderAndJackErrors PROPERTIES TIMEOUT 120)
+  # Ctrl-C while playing on a JACK server still stops the transport: status 130, at rest.
+  add_test(NAME VelaTool.JackPlayStopsOnInterrupt WORKING_DIRECTORY ${vela_audio_dir} COMMAND sh -ec "
+    vela=$<TARGET_FILE:vela_tool>
+    command -v jackd > /dev/null || exit 0
+    \$vela > /dev/null
+    server=vela-interrupt-\$\$
+    JACK_NO_AUDIO_RESERVATION=1 jackd --no-realtime -n \$server -d dummy -r 48000 -p 256 > /dev/null 2>&1 &
+    jackd=\$!
+    trap 'kill \$jackd 2> /dev/null' EXIT
+    for attempt in 1 2 3 4 5 6 7 8 9 10; do  # until the server answers
+      \$vela play demo.mid --jack --server \$server > played.txt 2>&1 &
+      player=\$!
+      sleep 1
+      grep -q 'playing on' played.txt && break
+      wait \$player || true
+    done
+    sleep 1
+    kill -INT \$player
+    status=0; wait \$player || status=\$?
+    test \$status -eq 130 && grep -q 'interrupted: stopped' played.txt")
+  set_tests_properties(VelaTool.JackPlayStopsOnInterrupt PROPERTIES TIMEOUT 60)
 endif()
 
 # The damaged-document test runs the fuzz targets' round trip over its inputs.

@@ -1,6 +1,7 @@
 #include "Audio.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
@@ -8,6 +9,28 @@
 
 #include "Vela_AudioRender.h"
 #include "Vela_JackOutput.h"
+
+namespace {
+volatile std::sig_atomic_t gInterrupted = 0;
+extern "C" void OnInterrupt(int) { gInterrupted = 1; }
+
+// Ctrl-C (or a termination request) while playing ends the plan early but still stops the
+// transport, so no note is left hanging on the receiving end. The previous handlers come back
+// when the scope ends.
+class InterruptScope {
+public:
+    InterruptScope() : mOldInt(std::signal(SIGINT, OnInterrupt)), mOldTerm(std::signal(SIGTERM, OnInterrupt)) { gInterrupted = 0; }
+    ~InterruptScope() {
+        std::signal(SIGINT, mOldInt);
+        std::signal(SIGTERM, mOldTerm);
+    }
+    bool Interrupted() const { return gInterrupted != 0; }
+
+private:
+    void (*mOldInt)(int);
+    void (*mOldTerm)(int);
+};
+}  // namespace
 
 int PlayJack(const Vela_Song& iSong, const AudioPlan& iPlan, const std::string& iServer, const std::string& iConnect) {
     Vela_JackOptions options;
@@ -32,21 +55,25 @@ int PlayJack(const Vela_Song& iSong, const AudioPlan& iPlan, const std::string& 
     if (!iConnect.empty()) output.Connect(iConnect);
     std::printf("playing on %s%s%s at %u Hz, %u frames per period\n", output.GetPortName().c_str(),
                 iConnect.empty() ? "" : " -> ", iConnect.c_str(), rate, period);
+    std::fflush(stdout);  // seen at once also when the output goes to a file or pipe
     // Each command goes out a period ahead, so the callback applies it before the block that
     // holds its time.
+    const InterruptScope interrupt;
     auto waitFor = [&](int64_t iTick) {
         const int64_t frame = player.FrameAt(iTick) - period;
-        while (output.GetFrames() < frame) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        while (output.GetFrames() < frame && !interrupt.Interrupted()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return !interrupt.Interrupted();
     };
     for (const Vela_ScheduledCommand& command : iPlan.mCommands) {
-        waitFor(command.mTick);
+        if (!waitFor(command.mTick)) break;
         output.Send(command.mCommand);
     }
     waitFor(iPlan.mEndTick);
     output.Finish();
+    if (interrupt.Interrupted()) std::printf("interrupted: ");
     std::printf("stopped: every note released, sustain and pitch bend at rest\n%s\n", output.DescribeTimes().c_str());
     if (output.GetDropped() > 0) std::printf("warning: %llu messages did not fit a period\n", static_cast<unsigned long long>(output.GetDropped()));
-    return 0;
+    return interrupt.Interrupted() ? 130 : 0;  // the shell's status for a run ended by Ctrl-C
 }
 
 int RenderSong(const Vela_Song& iSong, const AudioPlan& iPlan, const std::string& iWav, const std::string& iSoundFont,
