@@ -41,7 +41,10 @@
 // events other than channel messages, note-offs, the channel messages kept aside (after the
 // note-offs, so an unmatched one stays unmatched; before the other events, so a replaced value
 // is still replaced), other events in playback order, note-ons, then the offs of zero-length
-// notes, so reading the file back gives every track and pairs every note as it was. A gap longer than a delta time can say (28
+// notes, so reading the file back gives every track and pairs every note as it was. That
+// holds for tracks of one file track on distinct channels, as reading makes them; two tracks
+// sharing a channel in one file track come back as one, and their notes of one pitch that meet
+// at a tick may pair differently. A gap longer than a delta time can say (28
 // bits) is bridged with empty text meta events.
 //
 // Not for real-time use (allocates). Reentrant: no shared state.
