@@ -13,13 +13,6 @@
 
 namespace {
 
-template <class T>
-T DecodeLE(const uint8_t* iBytes) {
-    std::make_unsigned_t<T> bits = 0;
-    for (size_t i = 0; i < sizeof(T); ++i) bits |= static_cast<std::make_unsigned_t<T>>(iBytes[i]) << (8 * i);
-    return static_cast<T>(bits);
-}
-
 [[noreturn]] void Fail(const std::string& iText) { throw Sys_StreamException(iText); }
 
 size_t CheckedSize(int iSize, const char* iWhat) {
@@ -65,7 +58,7 @@ template <class T>
 static T ReadLE(Sys_TypedInStream& ioStream) {
     uint8_t bytes[sizeof(T)];
     ioStream.ReadBlock(bytes, static_cast<int>(sizeof(T)));
-    return DecodeLE<T>(bytes);
+    return Sys_TypedInRecord::Decode<T>(bytes);
 }
 
 void Sys_TypedInStream::Read(bool& oValue) { oValue = ReadLE<int8_t>(*this) != 0; }
@@ -79,6 +72,13 @@ void Sys_TypedInStream::ReadBlock(void* oData, int iSize) {
     CheckAvailable(size);
     if (size > 0) ReadBytes(oData, size);
 }
+
+Sys_TypedInRecord::Sys_TypedInRecord(Sys_TypedInStream& ioStream, size_t iSize) : mSize(iSize) {
+    if (iSize > kMaxBytes) Fail("a record of " + std::to_string(iSize) + " bytes is larger than " + std::to_string(kMaxBytes));
+    ioStream.ReadBlock(mBytes, static_cast<int>(iSize));
+}
+
+void Sys_TypedInRecord::FailPastEnd() { Fail("a field read past the end of its record"); }
 
 int64_t Sys_TypedInStream::GetLimit() const { return mLimits.empty() ? GetSize() : mLimits.back(); }
 

@@ -99,6 +99,38 @@ private:
     std::vector<int64_t> mLimits;
 };
 
+// Reads a record of fixed-width fields with one bounds check and one stream call, then hands out
+// its fields in the typed streams' encoding, in order: for readers of many small records. A
+// record cut short throws Sys_StreamException as a whole, before any field of it is used.
+class Sys_TypedInRecord {
+public:
+    static constexpr size_t kMaxBytes = 64;
+    Sys_TypedInRecord(Sys_TypedInStream& ioStream, size_t iSize);
+
+    template <class T>
+    T Get() {
+        static_assert(std::is_integral_v<T>);
+        if (sizeof(T) > mSize - mUsed) FailPastEnd();  // a reader asking for more than it read
+        const T value = Decode<T>(mBytes + mUsed);
+        mUsed += sizeof(T);
+        return value;
+    }
+
+    // Little-endian two's complement, whatever the host's byte order.
+    template <class T>
+    static T Decode(const uint8_t* iBytes) {
+        std::make_unsigned_t<T> bits = 0;
+        for (size_t i = 0; i < sizeof(T); ++i) bits |= static_cast<std::make_unsigned_t<T>>(iBytes[i]) << (8 * i);
+        return static_cast<T>(bits);
+    }
+
+private:
+    [[noreturn]] static void FailPastEnd();
+    uint8_t mBytes[kMaxBytes];
+    size_t mSize;
+    size_t mUsed = 0;
+};
+
 class Sys_MemoryOutStream : public Sys_TypedOutStream {
 public:
     const std::vector<uint8_t>& GetBytes() const { return mBytes; }

@@ -14,6 +14,7 @@
 namespace {
 
 using Segment = Vela_ContinuousData_Segment;
+constexpr size_t kSegmentBytes = 8 + 4;  // the time's saved word, the value
 
 }  // namespace
 
@@ -228,22 +229,26 @@ void Vela_ContinuousData::StreamIn(Sys_TypedInStream& iStream) {
     int32_t count = 0;
     iStream.Read(count);
     if (count < 0) Vela_ThrowLocalized(kVelaMsg_BadData);
-    mSegments.Destruct();
+    // Read whole (a record per segment, one bounds check each) before they replace the segments
+    // in one step, so a damaged block leaves them as they were.
+    std::vector<Segment> segments;
+    segments.reserve(static_cast<size_t>(std::min<int64_t>(count, header.GetBodySize() / static_cast<int64_t>(kSegmentBytes))));
     for (int32_t i = 0; i < count; ++i) {
-        int64_t raw = 0;
+        Sys_TypedInRecord record(iStream, kSegmentBytes);
         Segment segment;
-        iStream.Read(raw);
-        iStream.Read(segment.mValue);
         Time_Typed& time = segment.mTime;
-        Time_TypedDefs::SetFromRawSavedData(raw, &time.mCount, &time.mType);
-        const bool any = !mSegments.IsEmpty();
-        if (any && time < Back().mTime) Vela_ThrowLocalized(kVelaMsg_BadData);
-        if (any && time == Back().mTime)
-            mSegments[mSegments.GetSize() - 1].mValue = segment.mValue;
+        Time_TypedDefs::SetFromRawSavedData(record.Get<int64_t>(), &time.mCount, &time.mType);
+        segment.mValue = record.Get<int32_t>();
+        const bool any = !segments.empty();
+        if (any && time < segments.back().mTime) Vela_ThrowLocalized(kVelaMsg_BadData);
+        if (any && time == segments.back().mTime)
+            segments.back().mValue = segment.mValue;
         else
-            mSegments.PushBack(segment);
+            segments.push_back(segment);
     }
     header.SkipTheRest();
+    mSegments.Destruct();
+    mSegments.Insert(0, segments.size(), segments.data());
 }
 
 // ---------------------------------------------------------------- range walks

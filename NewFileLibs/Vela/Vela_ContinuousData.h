@@ -106,7 +106,8 @@ public:
     void NdoRestoreState(Ndo_State* iStateP) override;
 
     void StreamOut(Sys_TypedOutStream& iStream) const;
-    // Throws the localized error 100 for bad data, Sys_StreamException for a damaged block.
+    // Throws the localized error 100 for bad data, Sys_StreamException for a damaged block; then
+    // the segments stay as they were.
     void StreamIn(Sys_TypedInStream& iStream);
 
     // Positions [first, last) of the segments in [iStart, iEnd).

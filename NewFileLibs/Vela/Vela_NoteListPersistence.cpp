@@ -35,18 +35,10 @@ void WriteTime(Sys_TypedOutBuffer& ioStream, const TLength& iTime) {
 }
 
 template <class TLength>
-TLength ReadTime(Sys_TypedInStream& ioStream) {
-    int64_t raw = 0;
-    ioStream.Read(raw);
+TLength TimeFromRaw(int64_t iRaw) {
     TLength time;
-    Time_TypedDefs::SetFromRawSavedData(raw, &time.mCount, &time.mType);
+    Time_TypedDefs::SetFromRawSavedData(iRaw, &time.mCount, &time.mType);
     return time;
-}
-
-int8_t ReadInt8(Sys_TypedInStream& ioStream) {
-    int8_t value = 0;
-    ioStream.Read(value);
-    return value;
 }
 
 int32_t ReadCount(Sys_TypedInStream& ioStream) {
@@ -107,19 +99,22 @@ void Vela_NoteListBase::StreamIn(Sys_TypedInStream& iStream) {
         const int32_t count = ReadCount(iStream);
         // A damaged count must not reserve more than the block could hold.
         notes.reserve(static_cast<size_t>(std::min<int64_t>(count, header.GetBodySize() / kMinNoteBytes)));
+        // Each note is one record: its fields are read with one bounds check.
+        const size_t recordBytes = static_cast<size_t>(kMinNoteBytes) + (version >= 2 ? 2 * 8 : 0);
         for (int32_t i = 0; i < count; ++i) {
+            Sys_TypedInRecord record(iStream, recordBytes);
             Note note;
-            note.start = ReadTime<Time_Typed>(iStream);
-            const int8_t pitch = ReadInt8(iStream);
-            const auto duration = ReadTime<Time_TypedLength>(iStream);
-            const int8_t onVelocity = ReadInt8(iStream);
-            const int8_t offVelocity = ReadInt8(iStream);
+            note.start = TimeFromRaw<Time_Typed>(record.Get<int64_t>());
+            const int8_t pitch = record.Get<int8_t>();
+            const auto duration = TimeFromRaw<Time_TypedLength>(record.Get<int64_t>());
+            const int8_t onVelocity = record.Get<int8_t>();
+            const int8_t offVelocity = record.Get<int8_t>();
             if (onVelocity == 0) Cmn_N10nCenter::Sender()->Send(Vela_N10n_MIDIZeroOnVelocitiesFound());
             note.quantizeTimeDelta = Time_TypedLength(0, note.start.GetType());
             Time_TypedLength originalDuration = duration;
             if (version >= 2) {
-                note.quantizeTimeDelta = ReadTime<Time_TypedLength>(iStream);
-                originalDuration -= ReadTime<Time_TypedLength>(iStream);
+                note.quantizeTimeDelta = TimeFromRaw<Time_TypedLength>(record.Get<int64_t>());
+                originalDuration -= TimeFromRaw<Time_TypedLength>(record.Get<int64_t>());
             }
             note.event = Vela_NoteWithDurationEvent(pitch, duration, onVelocity, offVelocity);
             note.origEvent = Vela_NoteWithDurationEvent(pitch, originalDuration, onVelocity, offVelocity);
@@ -135,10 +130,11 @@ void Vela_NoteListBase::StreamIn(Sys_TypedInStream& iStream) {
             if (sectionsUnderstood && sectionCount != count) Vela_ThrowLocalized(kVelaMsg_BadData);
             for (Note& note : notes) {
                 if (!sectionsUnderstood) break;
-                const int8_t pitch = ReadInt8(iStream);
-                const auto duration = ReadTime<Time_TypedLength>(iStream);
-                const int8_t onVelocity = ReadInt8(iStream);
-                note.origEvent = Vela_NoteWithDurationEvent(pitch, duration, onVelocity, ReadInt8(iStream));
+                Sys_TypedInRecord record(iStream, 1 + 8 + 1 + 1);
+                const int8_t pitch = record.Get<int8_t>();
+                const auto duration = TimeFromRaw<Time_TypedLength>(record.Get<int64_t>());
+                const int8_t onVelocity = record.Get<int8_t>();
+                note.origEvent = Vela_NoteWithDurationEvent(pitch, duration, onVelocity, record.Get<int8_t>());
             }
         }
         if (sectionsUnderstood && header.IsMoreLeft()) {
@@ -154,9 +150,12 @@ void Vela_NoteListBase::StreamIn(Sys_TypedInStream& iStream) {
         }
         header.SkipTheRest();
     }
-    // Only a block read whole replaces the notes, so a damaged one loses nothing.
-    Clear();
-    for (const Note& note : notes) AddNote(note);
+    // Only a block read whole replaces the notes, so a damaged one loses nothing. In start order
+    // (equal starts as read), as adding them one by one would place them: one step, not one
+    // search and insertion per note.
+    const auto byStart = [](const Note& iA, const Note& iB) { return StartsBefore(iA.start, iB.start); };
+    if (!std::is_sorted(notes.begin(), notes.end(), byStart)) std::stable_sort(notes.begin(), notes.end(), byStart);
+    ReplaceNotes(notes.data(), notes.size());
 }
 
 Cmn_XMLNodePtr Vela_NoteListBase::GetAsXML() const {

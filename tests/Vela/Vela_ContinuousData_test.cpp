@@ -157,6 +157,8 @@ TEST(ContinuousData, BlockBytesRoundTripDamageAndReports) {
     EXPECT_EQ(Contents(read), (Oracle{{5, 2}, {9, 4}}));
     EXPECT_EQ(MessageIdOfReading(MdCD({{Tick(5), 1}, {Tick(4), 2}}, 2)), 100);
     EXPECT_EQ(MessageIdOfReading(MdCD({}, -1)), 100);
+    EXPECT_ANY_THROW(StreamInFrom(MdCD({{Tick(5), 1}, {Tick(4), 2}}, 2), read));  // and loses nothing
+    EXPECT_EQ(Contents(read), (Oracle{{5, 2}, {9, 4}}));
 
     // A negative time is reported on writing but still written, and reads back.
     Vela_ContinuousData negative(Ndo_Object::kNotUndoable, false);
