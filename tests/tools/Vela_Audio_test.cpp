@@ -396,7 +396,7 @@ TEST(Render, FollowsTheSongsNotesAndSilences) {
     EXPECT_GT(checkedQuiet, 50u);
     EXPECT_GT(checkedLoud, 200u);
 
-    const std::string path = testing::TempDir() + "vela-render.wav";
+    const std::string path = testing::TempDir() + "vela-render-" + std::to_string(getpid()) + ".wav";  // one per process
     Vela_WriteWav(path, audio);
     std::ifstream in(path, std::ios::binary);
     std::string header(44, '\0');
