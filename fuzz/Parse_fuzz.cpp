@@ -10,35 +10,22 @@
 #include <utility>
 #include <vector>
 
+#include "HandlerRecorder.h"
 #include "Mdi_Parse.h"
 
 namespace {
 
-using Message = std::pair<int, std::vector<unsigned char>>;  // handler number, bytes
+using Message = std::pair<std::string, std::vector<unsigned char>>;  // handler, bytes
 
-class RecordingParser : public Mdi_Parse {
+class RecordingParser : public HandlerRecorder {
 public:
     std::vector<Message> mMessages;
 
 protected:
-    bool Record(int iHandler, const unsigned char* iMessage, int iLength) {
+    bool Record(const char* iHandler, const unsigned char* iMessage, int iLength) override {
         mMessages.emplace_back(iHandler, std::vector<unsigned char>(iMessage, iMessage + iLength));
         return true;
     }
-    bool ParseRealTime(const unsigned char* m) override { return Record(0, m, 1); }
-    bool ParseSysEx(const unsigned char* m, short n) override { return Record(1, m, n); }
-    bool ParseNoteOff(const unsigned char* m) override { return Record(2, m, 3); }
-    bool ParseNoteOn(const unsigned char* m) override { return Record(3, m, 3); }
-    bool ParsePolyphonic(const unsigned char* m) override { return Record(4, m, 3); }
-    bool ParseChannelMode(const unsigned char* m) override { return Record(5, m, 3); }
-    bool ParseController(const unsigned char* m) override { return Record(6, m, 3); }
-    bool ParseProgramChange(const unsigned char* m) override { return Record(7, m, 2); }
-    bool ParseChannelPressure(const unsigned char* m) override { return Record(8, m, 2); }
-    bool ParsePitchBend(const unsigned char* m) override { return Record(9, m, 3); }
-    bool ParseTimecode(const unsigned char* m) override { return Record(10, m, 2); }
-    bool ParseSongPointer(const unsigned char* m) override { return Record(11, m, 3); }
-    bool ParseSongSelect(const unsigned char* m) override { return Record(12, m, 2); }
-    bool ParseTuneRequest(const unsigned char* m) override { return Record(13, m, 1); }
 };
 
 struct Received {

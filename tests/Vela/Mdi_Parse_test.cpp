@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "AllocCounter.h"
+#include "HandlerRecorder.h"
 
 namespace {
 
@@ -48,30 +49,16 @@ std::string CallText(const char* iHandler, const unsigned char* iMessage, int iL
 }
 
 // Logs every handler call, comma-separated; returns mResult from each.
-class RecordingParser : public Mdi_Parse {
+class RecordingParser : public HandlerRecorder {
 public:
     std::string mLog;
     bool mResult = true;
 
 protected:
-    bool Record(const char* iHandler, const unsigned char* iMessage, int iLength) {
+    bool Record(const char* iHandler, const unsigned char* iMessage, int iLength) override {
         mLog += (mLog.empty() ? "" : ", ") + CallText(iHandler, iMessage, iLength, GetChannel());
         return mResult;
     }
-    bool ParseRealTime(const unsigned char* m) override { return Record("RT", m, 1); }
-    bool ParseSysEx(const unsigned char* m, short n) override { return Record("SX", m, n); }
-    bool ParseNoteOff(const unsigned char* m) override { return Record("Off", m, 3); }
-    bool ParseNoteOn(const unsigned char* m) override { return Record("On", m, 3); }
-    bool ParsePolyphonic(const unsigned char* m) override { return Record("PP", m, 3); }
-    bool ParseChannelMode(const unsigned char* m) override { return Record("CM", m, 3); }
-    bool ParseController(const unsigned char* m) override { return Record("CC", m, 3); }
-    bool ParseProgramChange(const unsigned char* m) override { return Record("PC", m, 2); }
-    bool ParseChannelPressure(const unsigned char* m) override { return Record("CP", m, 2); }
-    bool ParsePitchBend(const unsigned char* m) override { return Record("PB", m, 3); }
-    bool ParseTimecode(const unsigned char* m) override { return Record("TC", m, 2); }
-    bool ParseSongPointer(const unsigned char* m) override { return Record("SP", m, 3); }
-    bool ParseSongSelect(const unsigned char* m) override { return Record("SS", m, 2); }
-    bool ParseTuneRequest(const unsigned char* m) override { return Record("TR", m, 1); }
 };
 
 bool Feed(Mdi_Parse& ioParser, const Bytes& iBytes) { return ioParser.MidiStream(iBytes.data(), static_cast<short>(iBytes.size())); }
