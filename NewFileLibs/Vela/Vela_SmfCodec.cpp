@@ -167,39 +167,15 @@ public:
         EndOpenNotes();
         MainTrack();  // a file track with no events still counts
         for (int track = FirstTrack(); track < static_cast<int>(mSong.mTracks.size()); ++track) {
-            mSong.mTracks[static_cast<size_t>(track)].mEndTick = mTick;
-            SortInPlaybackOrder(mSong.mTracks[static_cast<size_t>(track)].mEvents);
-            GroupSideEvents(mSong.mTracks[static_cast<size_t>(track)].mSide);
+            Vela_SmfTrack& done = mSong.mTracks[static_cast<size_t>(track)];
+            done.mEndTick = mTick;
+            // The values that later ones replaced were cleared, not erased (see AddValue).
+            std::erase_if(done.mEvents, [](const Mdie_TimedEvent& iEvent) { return iEvent.GetEvent().GetType() == Vela_Event::kNull; });
+            Vela_SmfCodec::PutInReadingOrder(done);
         }
     }
 
 private:
-    // Files put one tick's events in any order; a track holds them as the writer puts them
-    // out: other events by playback priority, then notes by their end, each in file order
-    // among equals. Sorted once the track is read (a program's priority is known only when its
-    // bank selects and program change have all been seen), so a file written from the song
-    // reads back to the same song. The values that later ones replaced are dropped first.
-    static void SortInPlaybackOrder(std::vector<Mdie_TimedEvent>& ioEvents) {
-        std::erase_if(ioEvents, [](const Mdie_TimedEvent& iEvent) { return iEvent.GetEvent().GetType() == Vela_Event::kNull; });
-        auto key = [](const Mdie_TimedEvent& iEvent) {
-            const bool note = iEvent.IsNoteWithDurationEvent();
-            const int64_t rank = note ? (iEvent.GetTime() + iEvent.GetDuration()).AsInt64() : iEvent.GetEvent().GetPlaybackPriority();
-            return std::make_tuple(iEvent.GetTime().AsInt64(), note, rank);
-        };
-        std::stable_sort(ioEvents.begin(), ioEvents.end(),
-                         [&](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) { return key(iA) < key(iB); });
-    }
-
-    // At one tick, the channel messages kept aside follow the other side events (each group in
-    // file order), as the writer puts them: after the tick's note-offs, so that an unmatched
-    // note-off written back cannot end a note that a note-off of the same tick ended.
-    static void GroupSideEvents(std::vector<Vela_SmfSideEvent>& ioSide) {
-        std::stable_sort(ioSide.begin(), ioSide.end(), [](const Vela_SmfSideEvent& iA, const Vela_SmfSideEvent& iB) {
-            return std::make_tuple(iA.mTick, iA.mKind == Vela_SmfSideEvent::kChannelMessage) <
-                   std::make_tuple(iB.mTick, iB.mKind == Vela_SmfSideEvent::kChannelMessage);
-        });
-    }
-
     [[noreturn]] void Fail(size_t iOffset, const std::string& iReason) { throw Vela_SmfError(iOffset, iReason); }
 
     int FirstTrack() const { return mFirstTrack < 0 ? static_cast<int>(mSong.mTracks.size()) : mFirstTrack; }
@@ -513,6 +489,28 @@ bool operator==(const Vela_SmfTrack& iA, const Vela_SmfTrack& iB) {
 int64_t Vela_SmfCodec::ToLibraryTicks(int64_t iFileTicks, int iDivision) {
     const __int128 scaled = static_cast<__int128>(iFileTicks) * Time_cTicksPerQuarter * 2 + iDivision;
     return static_cast<int64_t>(scaled / (2 * iDivision));
+}
+
+// Files put one tick's events in any order; a track holds them as the writer puts them out:
+// other events by playback priority, then notes by their end, each in file order among equals.
+// Sorted once a track is read (a program's priority is known only when its bank selects and
+// program change have all been seen), so a file written from the song reads back to the same
+// song. At one tick, the channel messages kept aside follow the other side events (each group
+// in file order), as the writer puts them: after the tick's note-offs, so that an unmatched
+// note-off written back cannot end a note that a note-off of the same tick ended.
+void Vela_SmfCodec::PutInReadingOrder(Vela_SmfTrack& ioTrack) {
+    auto key = [](const Mdie_TimedEvent& iEvent) {
+        const bool note = iEvent.IsNoteWithDurationEvent();
+        const int64_t rank = note ? (iEvent.GetTime() + iEvent.GetDuration()).AsInt64() : iEvent.GetEvent().GetPlaybackPriority();
+        return std::make_tuple(iEvent.GetTime().AsInt64(), note, rank);
+    };
+    std::stable_sort(ioTrack.mEvents.begin(), ioTrack.mEvents.end(),
+                     [&](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) { return key(iA) < key(iB); });
+    auto sideKey = [](const Vela_SmfSideEvent& iSide) {
+        return std::make_pair(iSide.mTick, iSide.mKind == Vela_SmfSideEvent::kChannelMessage);
+    };
+    std::stable_sort(ioTrack.mSide.begin(), ioTrack.mSide.end(),
+                     [&](const Vela_SmfSideEvent& iA, const Vela_SmfSideEvent& iB) { return sideKey(iA) < sideKey(iB); });
 }
 
 int64_t Vela_SmfCodec::ToFileTicks(int64_t iLibraryTicks, int iDivision) {

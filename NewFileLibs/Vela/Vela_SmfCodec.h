@@ -110,6 +110,10 @@ public:
     static int64_t ToLibraryTicks(int64_t iFileTicks, int iDivision);
     static int64_t ToFileTicks(int64_t iLibraryTicks, int iDivision);
 
+    // Puts a track's events and side events in the order reading gives them (the rules above),
+    // for songs made in memory that should compare equal to what a file of them reads back as.
+    static void PutInReadingOrder(Vela_SmfTrack& ioTrack);
+
     // Equal times and events, system-exclusive events compared by their bytes (the event's
     // own equality tells shared sysex data apart by identity).
     static bool SameContent(const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB);

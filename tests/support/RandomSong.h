@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <random>
-#include <tuple>
 
 #include "Mdie_SubStream.h"
 #include "Vela_Event.h"
@@ -16,24 +15,6 @@ namespace random_song {
 
 inline int Pick(std::mt19937& ioRandom, int iLow, int iHigh) {
     return std::uniform_int_distribution<int>(iLow, iHigh)(ioRandom);
-}
-
-// Events of one track as the reader orders them: by tick, other events before notes, those by
-// playback priority and notes by their end; side events by tick, channel messages last.
-inline void SortLikeReader(Vela_SmfTrack& ioTrack) {
-    auto key = [](const Mdie_TimedEvent& iEvent) {
-        const bool note = iEvent.IsNoteWithDurationEvent();
-        const int64_t second = note ? (iEvent.GetTime() + iEvent.GetDuration()).AsInt64()
-                                    : iEvent.GetEvent().GetPlaybackPriority();
-        return std::make_tuple(iEvent.GetTime().AsInt64(), note, second);
-    };
-    std::stable_sort(ioTrack.mEvents.begin(), ioTrack.mEvents.end(),
-                     [&](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) { return key(iA) < key(iB); });
-    auto sideKey = [](const Vela_SmfSideEvent& iSide) {
-        return std::make_pair(iSide.mTick, iSide.mKind == Vela_SmfSideEvent::kChannelMessage);
-    };
-    std::stable_sort(ioTrack.mSide.begin(), ioTrack.mSide.end(),
-                     [&](const Vela_SmfSideEvent& iA, const Vela_SmfSideEvent& iB) { return sideKey(iA) < sideKey(iB); });
 }
 
 inline Vela_SmfSong Make(std::mt19937& ioRandom, int iMaxNotes = 40) {
@@ -120,7 +101,7 @@ inline Vela_SmfSong Make(std::mt19937& ioRandom, int iMaxNotes = 40) {
         }
         if (Pick(ioRandom, 0, 3) == 0) main.mSide.push_back({tick(Pick(ioRandom, 0, length)), Vela_SmfSideEvent::kEscape, 0, "\xF8"});
         if (Pick(ioRandom, 0, 3) == 0) main.mSide.push_back({tick(Pick(ioRandom, 0, length)), Vela_SmfSideEvent::kSysexPart, 0, "\x43\x12"});
-        for (size_t i = first; i < song.mTracks.size(); ++i) SortLikeReader(song.mTracks[i]);
+        for (size_t i = first; i < song.mTracks.size(); ++i) Vela_SmfCodec::PutInReadingOrder(song.mTracks[i]);
     }
     return song;
 }

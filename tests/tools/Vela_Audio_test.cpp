@@ -87,7 +87,7 @@ Vela_Song DenseSong(int iEvents, int iQuarters) {
             if (i % 2) track.mEvents.emplace_back(at, Vela_ControllerEvent(int8_t(1 + i % 30), int8_t(random() % 128)));
             else track.mEvents.emplace_back(at, Vela_NoteWithDurationEvent(int8_t(24 + random() % 80), Time_TypedLength(Time_cTicksPerQuarter / 4, kTime_Ticks), 90, 64));
         }
-        random_song::SortLikeReader(track);
+        Vela_SmfCodec::PutInReadingOrder(track);
     }
     return Vela_Song::FromSmf(smf);
 }
