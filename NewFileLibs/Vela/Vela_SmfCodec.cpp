@@ -469,8 +469,8 @@ void WriteTrack(const std::vector<const Vela_SmfTrack*>& iTracks, int iDivision,
 Vela_SmfError::Vela_SmfError(size_t iOffset, const std::string& iReason)
     : std::runtime_error("byte " + std::to_string(iOffset) + ": " + iReason), mOffset(iOffset) {}
 
-std::string Vela_SmfTrack::GetName() const {
-    for (const Vela_SmfSideEvent& side : mSide)
+std::string Vela_SmfTrack::NameIn(const std::vector<Vela_SmfSideEvent>& iSide) {
+    for (const Vela_SmfSideEvent& side : iSide)
         if (side.mKind == Vela_SmfSideEvent::kMeta && side.mMetaType == 0x03) return side.mData;
     return {};
 }

@@ -91,7 +91,8 @@ struct Vela_SmfTrack {
     int64_t mEndTick = 0;  // end of track, library ticks
 
     // The first track-name meta event, or "".
-    std::string GetName() const;
+    std::string GetName() const { return NameIn(mSide); }
+    static std::string NameIn(const std::vector<Vela_SmfSideEvent>& iSide);
 };
 
 struct Vela_SmfSong {

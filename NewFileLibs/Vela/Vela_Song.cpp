@@ -22,11 +22,7 @@ int32_t ReadCount(Sys_TypedInStream& iStream, int64_t iMinBytesEach) {
 
 }  // namespace
 
-std::string Vela_SongTrack::GetName() const {
-    for (const Vela_SmfSideEvent& side : mSide)
-        if (side.mKind == Vela_SmfSideEvent::kMeta && side.mMetaType == 0x03) return side.mData;
-    return {};
-}
+std::string Vela_SongTrack::GetName() const { return Vela_SmfTrack::NameIn(mSide); }
 
 Vela_Song Vela_Song::FromSmf(const Vela_SmfSong& iSmf) {
     Vela_Song song;
@@ -163,6 +159,13 @@ std::vector<std::pair<int64_t, std::string>> Vela_Song::Metas(uint8_t iType, siz
     return metas;
 }
 
+namespace {
+int64_t TempoOf(const std::string& iData) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(iData.data());
+    return (bytes[0] << 16) | (bytes[1] << 8) | bytes[2];
+}
+}  // namespace
+
 double Vela_Song::GetSeconds(int64_t iTick) const {
     double seconds = 0;
     int64_t from = 0;
@@ -171,10 +174,18 @@ double Vela_Song::GetSeconds(int64_t iTick) const {
         if (tick >= iTick) break;
         seconds += double(tick - from) / Time_cTicksPerQuarter * tempo / 1e6;
         from = tick;
-        const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
-        tempo = (bytes[0] << 16) | (bytes[1] << 8) | bytes[2];
+        tempo = double(TempoOf(data));
     }
     return seconds + double(iTick - from) / Time_cTicksPerQuarter * tempo / 1e6;
+}
+
+int64_t Vela_Song::GetTempoAt(int64_t iTick) const {
+    int64_t tempo = kDefaultTempo;
+    for (const auto& [tick, data] : Metas(kTempoMeta, 3)) {
+        if (tick > iTick) break;
+        tempo = TempoOf(data);
+    }
+    return tempo;
 }
 
 // Walks the time signatures until iStop says the wanted point lies in the current one; returns

@@ -54,6 +54,8 @@ public:
     int64_t GetLength() const;
     // Seconds from the start to iTick, through the tempo metas of every track.
     double GetSeconds(int64_t iTick) const;
+    // Microseconds per quarter in force at iTick: the last tempo meta at or before it.
+    int64_t GetTempoAt(int64_t iTick) const;
     // Bars from the start to iTick (0-based, fractional), through the time-signature metas
     // (4/4 until the first).
     double GetBars(int64_t iTick) const;

@@ -91,6 +91,8 @@ TEST(Song, SecondsAndBarsFollowTheMetas) {
     const Vela_Song song = Vela_Song::FromSmf(smf);
     EXPECT_DOUBLE_EQ(song.GetSeconds(2 * q), 1.0);
     EXPECT_DOUBLE_EQ(song.GetSeconds(5 * q), 4.0);
+    EXPECT_EQ(song.GetTempoAt(2 * q - 1), Vela_Song::kDefaultTempo);  // in force, not an average
+    EXPECT_EQ(song.GetTempoAt(2 * q), 1000000);
     EXPECT_DOUBLE_EQ(song.GetBars(4 * q), 1.0);
     EXPECT_DOUBLE_EQ(song.GetBars(10 * q), 3.0);
     for (int64_t tick : {int64_t(0), 3 * q, 4 * q, 10 * q + 7})

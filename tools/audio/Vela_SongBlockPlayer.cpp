@@ -1,12 +1,9 @@
 #include "Vela_SongBlockPlayer.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace {
-int64_t OpeningTempo(const Vela_Song& iSong) {
-    return std::max<int64_t>(1, std::llround(iSong.GetSeconds(Time_cTicksPerQuarter) * 1e6));
-}
+int64_t OpeningTempo(const Vela_Song& iSong) { return std::max<int64_t>(1, iSong.GetTempoAt(0)); }
 }  // namespace
 
 Vela_SongBlockPlayer::Vela_SongBlockPlayer(const Vela_Song& iSong, uint32_t iSampleRate, uint32_t iBlockFrames,

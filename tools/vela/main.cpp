@@ -197,26 +197,23 @@ void PrintInfo(const Vela_Song& iSong, const std::string& iName) {
     }
 }
 
-int Import(const Args& iArgs) {
+// Each input loaded as a song and saved by iSave, to -o or next to the input with iExtension.
+template <class TSave>
+int Convert(const Args& iArgs, const char* iExtension, TSave iSave) {
     const auto& files = iArgs.Positional();
     if (!iArgs.Get("-o").empty() && files.size() != 1) throw UsageError("-o takes one input file");
     ForEachFile(files, [&](const std::string& iPath) {
-        const std::string out = iArgs.Get("-o", WithExtension(iPath, ".vela"));
-        SaveDocument(LoadSong(iPath), out);
+        const std::string out = iArgs.Get("-o", WithExtension(iPath, iExtension));
+        iSave(LoadSong(iPath), out);
         std::printf("%s -> %s\n", iPath.c_str(), out.c_str());
     });
     return 0;
 }
 
+int Import(const Args& iArgs) { return Convert(iArgs, ".vela", SaveDocument); }
+
 int Export(const Args& iArgs) {
-    const auto& files = iArgs.Positional();
-    if (!iArgs.Get("-o").empty() && files.size() != 1) throw UsageError("-o takes one input file");
-    ForEachFile(files, [&](const std::string& iPath) {
-        const std::string out = iArgs.Get("-o", WithExtension(iPath, ".mid"));
-        SaveMidi(LoadSong(iPath).ToSmf(), out);
-        std::printf("%s -> %s\n", iPath.c_str(), out.c_str());
-    });
-    return 0;
+    return Convert(iArgs, ".mid", [](const Vela_Song& iSong, const std::string& iOut) { SaveMidi(iSong.ToSmf(), iOut); });
 }
 
 int Info(const Args& iArgs) {
@@ -299,20 +296,15 @@ public:
         return report;
     }
     size_t Total() const { return mTotal; }
-    // The messages as a one-track MIDI file, with the song's first tempo.
+    // The messages as a one-track MIDI file, with the tempo in force at the song's start.
     Vela_SmfSong TakeFile(const Vela_Song& iSong) const {
         Vela_SmfSong song;
         song.mDivision = 960;
         song.mTracks.assign(1, mFile);
+        const int64_t tempo = iSong.GetTempoAt(0);  // the tempo the player plays at
+        const std::string bytes{char(tempo >> 16), char(tempo >> 8), char(tempo)};
         std::vector<Vela_SmfSideEvent>& side = song.mTracks[0].mSide;
-        for (const Vela_SongTrack& track : iSong.mTracks) {
-            const auto tempo = std::find_if(track.mSide.begin(), track.mSide.end(), [](const Vela_SmfSideEvent& iSide) {
-                return iSide.mKind == Vela_SmfSideEvent::kMeta && iSide.mMetaType == 0x51;
-            });
-            if (tempo == track.mSide.end()) continue;
-            side.insert(side.begin(), {0, Vela_SmfSideEvent::kMeta, 0x51, tempo->mData});
-            break;
-        }
+        side.insert(side.begin(), {0, Vela_SmfSideEvent::kMeta, 0x51, bytes});
         return song;
     }
 
