@@ -31,10 +31,11 @@ class Vela_ReferencePlayer::Emitter : public Mdie_EventReceiver {
 public:
     Emitter(std::vector<Message>& ioPending, std::vector<unsigned char>& ioBytes) : mPending(ioPending), mBytes(ioBytes) {}
 
-    void SetPlace(int iChannel, int64_t iOutputTick, int64_t iSongTick) {
+    void SetPlace(int iChannel, int64_t iOutputTick, int64_t iSongTick, bool iChase = false) {
         mChannel = iChannel;
         mOutputTick = iOutputTick;
         mSongTick = iSongTick;
+        mChase = iChase;
     }
     void ReceiveEvent(const Vela_Event& iEvent) override {
         for (int i = 0; i < iEvent.GetNumMessages(); ++i) {
@@ -46,7 +47,7 @@ public:
             iEvent.GetMessageData(reinterpret_cast<signed char*>(bytes), i);
             if (bytes[0] < 0xF0) bytes[0] = static_cast<unsigned char>(bytes[0] | mChannel);
             mPending.push_back({mOutputTick, mSongTick, static_cast<uint32_t>(offset), static_cast<uint32_t>(length),
-                                static_cast<uint32_t>(mPending.size())});
+                                static_cast<uint32_t>(mPending.size()), mChase});
         }
     }
 
@@ -56,6 +57,7 @@ private:
     int mChannel = 0;
     int64_t mOutputTick = 0;
     int64_t mSongTick = 0;
+    bool mChase = false;
 };
 
 Vela_ReferencePlayer::Vela_ReferencePlayer(const Vela_Song& iSong, Vela_PlayerOutput& iOutput, int64_t iBlockTicks)
@@ -87,7 +89,7 @@ void Vela_ReferencePlayer::Stop() {
     mPlaying = false;
     Mdie_TrackState silence;
     for (auto& track : mTracks) {
-        mEmitterP->SetPlace(track->mTrack.mChannel, mOutputTime, mPosition);
+        mEmitterP->SetPlace(track->mTrack.mChannel, mOutputTime, mPosition, true);
         track->mNotes.ComputeTransitionToNewState(&silence, mEmitterP.get(),
                                                   {true, Mdie_TrackState::kTransitionNoteOns, Time_Typed(mPosition, kTime_Ticks)}, true);
         track->mTrackerP->Release(*mEmitterP, Mdie_ChaseTracker::kReleaseAndDeactivate);
@@ -125,7 +127,7 @@ void Vela_ReferencePlayer::ChaseAt(int64_t iTick) {
     const Time_Typed origin = Time_Typed::MinTime(kTime_Ticks);
     for (auto& track : mTracks) {
         const Vela_Chunk& chunk = *track->mTrack.mChunkP;
-        mEmitterP->SetPlace(track->mTrack.mChannel, mOutputTime, iTick);
+        mEmitterP->SetPlace(track->mTrack.mChannel, mOutputTime, iTick, true);
         // Notes that started before the position and still sound there (those starting at it
         // are played by the first block).
         Mdie_TrackState next;
@@ -184,7 +186,7 @@ void Vela_ReferencePlayer::Flush() {
     });
     for (const Message& message : mPending) {
         const unsigned char* bytes = mPendingBytes.data() + message.mOffset;
-        if (!Repeats(bytes, message.mLength))
+        if (!Repeats(bytes, message.mLength) || !message.mChase)
             mOutput.Send(message.mOutputTick, message.mSongTick, bytes, static_cast<int>(message.mLength));
     }
     mPending.clear();

@@ -21,9 +21,11 @@
 //    centred, channel pressure 0; the tracker's release also sends its first entry's rest,
 //    controller 1 = 0).
 // Tracks whose chunk holds nothing are left out (they would only send rest values), and a
-// message that sets a controller, program, channel pressure or pitch bend to the value the
-// output already holds is not sent: the tracker's hand-over and release send some values again
-// (they begin with the map's first entry, controller 1, whether it is in use or not).
+// chase or release message that sets a controller, program, channel pressure or pitch bend to
+// the value the output already holds is not sent: the tracker's hand-over and release send
+// some values again (they begin with the map's first entry, controller 1, whether it is in use
+// or not). What the song itself plays always goes out, repeats included (data increments,
+// parameter data entry).
 // Times: song positions and the output clock are library ticks; the output clock starts at 0,
 // never goes back, and advances with Run whether playing or not. Messages of one block reach
 // the output in time order; at one time, in the order they were made (tracks in song order).
@@ -86,6 +88,7 @@ private:
         uint32_t mOffset;  // in mPendingBytes
         uint32_t mLength;
         uint32_t mSequence;  // the order made, for ties
+        bool mChase;         // made by a chase or release, not played from the song
     };
     struct TrackPlayer;
     class Emitter;
@@ -94,7 +97,7 @@ private:
     void PlayBlock(int64_t iStart, int64_t iEnd);
     void SendNoteOffs(TrackPlayer& ioTrack, int64_t iBlockStart, int64_t iUntil, bool iInclusive);
     void Flush();
-    // True when the message would set a value the output already holds (remembering it if not).
+    // True when the message would set a value the output already holds; remembers the value.
     bool Repeats(const unsigned char* iBytes, size_t iLength);
 
     const Vela_Song& mSong;

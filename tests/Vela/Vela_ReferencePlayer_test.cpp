@@ -155,3 +155,22 @@ TEST(ReferencePlayer, EveryScriptReturnsToRest) {
 }
 
 }  // namespace
+
+// What the song plays goes out even when it repeats the value the output holds (a data
+// increment, say); only chase and release output leaves repeats out. (Times inside a block: a
+// range query itself leaves out a value at its start that the tracker holds.)
+TEST(ReferencePlayer, TheSongsOwnRepeatsAreSent) {
+    Mem2_MasterAllocator allocator;
+    Mdie_NoteInProgress::SetAllocator(&allocator);
+    const int64_t q = Time_cTicksPerQuarter;
+    Vela_SmfSong smf;
+    smf.mTracks.emplace_back().mEndTick = 4 * q;
+    for (int64_t at : {int64_t(0), q + 7, 2 * q + 7}) smf.mTracks[0].mEvents.emplace_back(Time_Typed(at, kTime_Ticks), Vela_ControllerEvent(96, 0));
+    const Vela_Song song = Vela_Song::FromSmf(smf);
+    Wire wire;
+    Vela_ReferencePlayer player(song, wire);
+    player.Start();
+    player.Run(3 * q);
+    EXPECT_EQ(wire.mLog, " 0:B0.01.00 0:B0.60.00 " + std::to_string(q + 7) + ":B0.60.00 " + std::to_string(2 * q + 7) + ":B0.60.00");
+    Mdie_NoteInProgress::SetAllocator(nullptr);
+}
