@@ -33,14 +33,15 @@ if(TARGET vela_soak)
 endif()
 
 # The audio outputs: the JACK test starts its own server, so each test has a time limit in
-# case a server or client hangs.
+# case a server or client hangs, and the tests that start servers run one at a time (servers
+# starting together share the JACK library's memory registry and have damaged it).
 if(TARGET tools_Vela_Audio_test)
   if(TARGET vela_audio)
     # The render test plays the tool's demo song.
     target_sources(tools_Vela_Audio_test PRIVATE ${PROJECT_SOURCE_DIR}/tools/vela/Demo.cpp)
     target_include_directories(tools_Vela_Audio_test PRIVATE ${PROJECT_SOURCE_DIR}/tools/vela)
     target_link_libraries(tools_Vela_Audio_test PRIVATE vela_audio)
-    gtest_discover_tests(tools_Vela_Audio_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60)
+    gtest_discover_tests(tools_Vela_Audio_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60 RESOURCE_LOCK jack)
   else()
     set_target_properties(tools_Vela_Audio_test PROPERTIES EXCLUDE_FROM_ALL ON)
   endif()
@@ -83,7 +84,7 @@ if(TARGET vela_tool AND VELA_AUDIO_OUTPUTS)
     grep -qx 'vela render: soundfont not found: no.sf2' error.txt
     if \$vela play demo.mid --jack --server vela-no-such-server 2> error.txt; then exit 1; fi
     grep -qx \"vela play: cannot reach the JACK server 'vela-no-such-server' (is jackd running?)\" error.txt")
-  set_tests_properties(VelaTool.RenderAndJackErrors PROPERTIES TIMEOUT 120)
+  set_tests_properties(VelaTool.RenderAndJackErrors PROPERTIES TIMEOUT 120 RESOURCE_LOCK jack)
   # Ctrl-C while playing on a JACK server still stops the transport: status 130, at rest.
   add_test(NAME VelaTool.JackPlayStopsOnInterrupt WORKING_DIRECTORY ${vela_audio_dir} COMMAND sh -ec "
     vela=$<TARGET_FILE:vela_tool>
@@ -104,7 +105,7 @@ if(TARGET vela_tool AND VELA_AUDIO_OUTPUTS)
     kill -INT \$player
     status=0; wait \$player || status=\$?
     test \$status -eq 130 && grep -q 'interrupted: stopped' played.txt")
-  set_tests_properties(VelaTool.JackPlayStopsOnInterrupt PROPERTIES TIMEOUT 60)
+  set_tests_properties(VelaTool.JackPlayStopsOnInterrupt PROPERTIES TIMEOUT 60 RESOURCE_LOCK jack)
 endif()
 
 # The damaged-document test runs the fuzz targets' round trip over its inputs.
