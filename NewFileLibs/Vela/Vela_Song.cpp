@@ -11,12 +11,11 @@ namespace {
 
 constexpr uint8_t kTempoMeta = 0x51;
 constexpr uint8_t kTimeSignatureMeta = 0x58;
-constexpr int kBadData = 202;
 
 int32_t ReadCount(Sys_TypedInStream& iStream, int64_t iMinBytesEach) {
     int32_t count = 0;
     iStream.Read(count);
-    if (count < 0 || count > (iStream.GetLimit() - iStream.GetPos()) / iMinBytesEach) Vela_ThrowLocalized(kBadData);
+    if (count < 0 || count > (iStream.GetLimit() - iStream.GetPos()) / iMinBytesEach) Vela_ThrowLocalized(kVelaMsg_BadData2);
     return count;
 }
 
@@ -55,11 +54,15 @@ std::vector<Mdie_TimedEvent> Vela_Song::GetEvents(const Vela_SongTrack& iTrack) 
     iTrack.mChunkP->GetMidiEventsInRange(&output, Time_TypedLength(0, kTime_Ticks), Time_Typed::MinTime(kTime_Ticks),
                                          Time_Typed::MaxTime(kTime_Ticks), false, nullptr, nullptr, kNoteOffNone);
     std::vector<Mdie_TimedEvent> events(list.begin(), list.end());
-    // The range query sorts by playback order only; ordering equals by their content makes the
-    // result (and so an exported file) the same however the chunk was filled.
+    // The range query sorts by playback order only; ordering equals by their type, then their
+    // content, makes the result (and so an exported file) the same however the chunk was filled.
+    // (The events' own order compares only events of one type.)
     std::stable_sort(events.begin(), events.end(), [](const Mdie_TimedEvent& iA, const Mdie_TimedEvent& iB) {
         if (Mdie_TimedEvent::PlaybackOrdering(iA, iB)) return true;
-        return !Mdie_TimedEvent::PlaybackOrdering(iB, iA) && iA.GetEvent() < iB.GetEvent();
+        if (Mdie_TimedEvent::PlaybackOrdering(iB, iA)) return false;
+        const Vela_Event& a = iA.GetEvent();
+        const Vela_Event& b = iB.GetEvent();
+        return a.GetType() != b.GetType() ? a.GetType() < b.GetType() : a < b;
     });
     return events;
 }
@@ -109,7 +112,7 @@ Vela_Song Vela_Song::StreamIn(Sys_TypedInStream& iStream) {
         reader.CheckVersion(kStreamVersion, kStreamVersion);
         int32_t division = 0;
         iStream.Read(division);
-        if (division < 1 || division > 32767) Vela_ThrowLocalized(kBadData);
+        if (division < 1 || division > 32767) Vela_ThrowLocalized(kVelaMsg_BadData2);
         song.mDivision = division;
         const int32_t tracks = ReadCount(iStream, 20);
         for (int32_t t = 0; t < tracks; ++t) {
@@ -118,7 +121,7 @@ Vela_Song Vela_Song::StreamIn(Sys_TypedInStream& iStream) {
             iStream.Read(channel);
             iStream.Read(fileTrack);
             iStream.Read(track.mEndTick);
-            if (channel < 0 || channel > 15 || fileTrack < 0 || track.mEndTick < 0) Vela_ThrowLocalized(kBadData);
+            if (channel < 0 || channel > 15 || fileTrack < 0 || track.mEndTick < 0) Vela_ThrowLocalized(kVelaMsg_BadData2);
             track.mChannel = channel;
             track.mFileTrack = fileTrack;
             for (int32_t i = ReadCount(iStream, 14); i > 0; --i) {
@@ -127,7 +130,7 @@ Vela_Song Vela_Song::StreamIn(Sys_TypedInStream& iStream) {
                 iStream.Read(side.mTick);
                 iStream.Read(kind);
                 iStream.Read(metaType);
-                if (kind < Vela_SmfSideEvent::kMeta || kind > Vela_SmfSideEvent::kEscape) Vela_ThrowLocalized(kBadData);
+                if (kind < Vela_SmfSideEvent::kMeta || kind > Vela_SmfSideEvent::kEscape) Vela_ThrowLocalized(kVelaMsg_BadData2);
                 side.mKind = static_cast<Vela_SmfSideEvent::EKind>(kind);
                 side.mMetaType = static_cast<uint8_t>(metaType);
                 side.mData.resize(static_cast<size_t>(ReadCount(iStream, 1)));
