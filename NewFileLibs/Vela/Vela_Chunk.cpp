@@ -3,6 +3,7 @@
 #include "Vela_Chunk.h"
 
 #include <algorithm>
+#include <numeric>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -349,53 +350,50 @@ void AppendNoteOutput(Vela_EventListWrapper& ioOutput, const Vela_ExtendedEvent&
 // cycles of the permutation: far fewer bytes move than in a sort of the elements themselves.
 // Ties keep the order of appending (notes, then the streams in ascending order, then other
 // events). Lists longer than kMaxKeys, or holding times of both kinds, take the wrapper's sort.
-// Each member appends in time order, so the keys form a few ascending runs: they are merged
-// run by run (linear passes) unless there are many.
-constexpr size_t kMaxKeys = 2048;  // 32 KB of stack per key array
+// Each member appends in time order, so the keys form a few ascending runs: their positions
+// are merged run by run (linear passes) unless there are many.
+constexpr size_t kMaxKeys = 2048;  // 32 KB of keys and 8 KB of positions on the stack
 constexpr size_t kMaxRuns = 64;    // more runs than this are sorted instead
 
 struct SortKey {
     int64_t mTime;
     int32_t mPriority;
-    uint32_t mIndex;
     bool operator<(const SortKey& iOther) const {
-        if (mTime != iOther.mTime) return mTime < iOther.mTime;
-        if (mPriority != iOther.mPriority) return mPriority < iOther.mPriority;
-        return mIndex < iOther.mIndex;
+        return mTime != iOther.mTime ? mTime < iOther.mTime : mPriority < iOther.mPriority;
     }
 };
 
-// Sorts ioKeys[0, iCount) by merging its ascending runs pairwise, pass by pass, between ioKeys
-// and a second array on the stack. The keys are unique (their indices differ), so the result
-// is the one order a sort gives.
-void SortKeys(SortKey* ioKeys, size_t iCount) {
+// Fills oOrder with the positions 0..iCount-1 in ascending key order, equal keys in position
+// order (a stable sort), merging the keys' ascending runs pairwise pass by pass. iKeys is only
+// read (not const: gcc would take a const pointer to the caller's stack keys as a read of
+// unset memory).
+void SortPositions(SortKey* iKeys, size_t iCount, uint16_t* oOrder) {
+    const auto before = [iKeys](uint16_t iA, uint16_t iB) { return iKeys[iA] < iKeys[iB] || (!(iKeys[iB] < iKeys[iA]) && iA < iB); };
+    std::iota(oOrder, oOrder + iCount, uint16_t{0});
     uint32_t starts[kMaxRuns + 1];
     size_t runs = 0;
     for (size_t i = 0; i < iCount; ++i) {
-        if (i > 0 && !(ioKeys[i] < ioKeys[i - 1])) continue;
-        if (runs == kMaxRuns) {
-            std::sort(ioKeys, ioKeys + iCount);
-            return;
-        }
+        if (i > 0 && !(iKeys[i] < iKeys[i - 1])) continue;
+        if (runs == kMaxRuns) return std::sort(oOrder, oOrder + iCount, before);
         starts[runs++] = static_cast<uint32_t>(i);
     }
     if (runs <= 1) return;
     starts[runs] = static_cast<uint32_t>(iCount);
-    SortKey other[kMaxKeys];
-    SortKey* from = ioKeys;
-    SortKey* to = other;
+    uint16_t other[kMaxKeys];
+    uint16_t* from = oOrder;
+    uint16_t* to = other;
     while (runs > 1) {
         size_t merged = 0;
         for (size_t r = 0; r < runs; r += 2, ++merged) {
             const uint32_t begin = starts[r], middle = starts[std::min(r + 1, runs)], end = starts[std::min(r + 2, runs)];
-            std::merge(from + begin, from + middle, from + middle, from + end, to + begin);
+            std::merge(from + begin, from + middle, from + middle, from + end, to + begin, before);
             starts[merged] = begin;
         }
         starts[merged] = static_cast<uint32_t>(iCount);
         runs = merged;
         std::swap(from, to);
     }
-    if (from != ioKeys) std::copy(from, from + iCount, ioKeys);
+    if (from != oOrder) std::copy(from, from + iCount, oOrder);
 }
 
 template <class TList>
@@ -406,22 +404,22 @@ bool SortByKeys(TList& ioList, size_t iFirst) {
     for (size_t i = 0; i < count; ++i) {
         const Mdie_TimedEvent& event = ioList[iFirst + i];
         if (event.GetTime().GetType() != ioList[iFirst].GetTime().GetType()) return false;
-        keys[i] = SortKey{std::clamp(event.GetTime().AsInt64(), kTime_MinCount, kTime_MaxCount), event.GetEvent().GetPlaybackPriority(),
-                          static_cast<uint32_t>(i)};
+        keys[i] = SortKey{std::clamp(event.GetTime().AsInt64(), kTime_MinCount, kTime_MaxCount), event.GetEvent().GetPlaybackPriority()};
     }
-    SortKeys(keys, count);
-    for (uint32_t start = 0; start < count; ++start) {
-        if (keys[start].mIndex == start) continue;
+    uint16_t order[kMaxKeys];  // order[i]: the position whose element goes to i
+    SortPositions(keys, count, order);
+    for (uint16_t start = 0; start < count; ++start) {
+        if (order[start] == start) continue;
         auto held = ioList[iFirst + start];
-        uint32_t to = start;
-        while (keys[to].mIndex != start) {
-            const uint32_t from = keys[to].mIndex;
+        uint16_t to = start;
+        while (order[to] != start) {
+            const uint16_t from = order[to];
             ioList[iFirst + to] = ioList[iFirst + from];
-            keys[to].mIndex = to;
+            order[to] = to;
             to = from;
         }
         ioList[iFirst + to] = held;
-        keys[to].mIndex = to;
+        order[to] = to;
     }
     return true;
 }
